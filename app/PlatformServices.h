@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QUrl>
+
+#include <optional>
+
+// Desktop services the front end needs, behind small interfaces so that tests
+// drive them and a port adds an implementation rather than conditionals.
+
+// Hands URLs and files to the desktop's default handler without waiting.
+class DesktopOpener {
+public:
+    virtual ~DesktopOpener() = default;
+    virtual bool openUrl(const QUrl &url) = 0;
+    virtual bool openFile(const QString &path) = 0;  // as a local file URL
+};
+
+// One entry of the user's login items, with the file URL it resolves to
+// (empty when it cannot be resolved without user interaction or mounting).
+struct LoginItem {
+    QString id;  // what remove() needs to find the entry again
+    std::optional<QUrl> resolved;
+};
+
+// The user's login items in their order.
+class LoginItemList {
+public:
+    virtual ~LoginItemList() = default;
+    // Null when the list cannot be read at all.
+    virtual std::optional<QList<LoginItem>> snapshot() = 0;
+    // Adds an entry for the program whose package root is bundleUrl, first in
+    // the list where the platform has an order.
+    virtual bool insertFirst(const QUrl &bundleUrl) = 0;
+    virtual bool remove(const LoginItem &item) = 0;
+};
+
+// The modal confirmation: returns 1000 when the first button was chosen,
+// any other value for every other way of closing it.
+class ConfirmationPrompt {
+public:
+    virtual ~ConfirmationPrompt() = default;
+    virtual int runModal(const QString &message, const QString &informative,
+                         const QString &firstButton, const QString &secondButton) = 0;
+};
+
+constexpr int AlertFirstButtonReturn = 1000;

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "ServerStatus.h"
+
+#include <QCoreApplication>
+#include <QSharedPointer>
+#include <QString>
+#include <QStringList>
+
+#include <optional>
+#include <ctime>
+
+// One instance directory: its names, its configuration probe, its server's
+// run status, and starting and stopping that server. Main thread only.
+class CorvantaInstance {
+    Q_DECLARE_TR_FUNCTIONS(CorvantaInstance)
+
+public:
+    explicit CorvantaInstance(const QString &path);  // initWithPath:
+
+    QString instanceName() const;  // "Default Instance" or "Instance '%1'", translated
+    QString directory() const;     // the path exactly as given
+
+    qint32 pidValueFromLockFile() const;
+    bool isRunning(qint32 pid) const;
+    void setStatus(qint32 status);
+    QString qualify(const std::optional<QString> &value, const QString &defaultValue) const;
+    void refresh();
+    bool isValid();
+    bool canStart() const;
+    qint32 launchExecutable(const QString &executable, const QStringList &options,
+                            const QString &directory);
+    QString findExecutable() const;
+    std::optional<QString> logFile();
+    bool startup();
+    bool shutdown();
+
+    bool isDefault() const { return _isDefault; }
+    QString displayName() const { return _displayName; }
+    qint32 entryStatus() const { return _entryStatus; }
+    qint32 serverStatus() const { return _serverStatus; }
+
+private:
+    QString _path;
+    std::optional<QString> _lckFile;
+    std::optional<QString> _logFile;
+    qint32 _pid = 0;
+    std::optional<struct timespec> _cacheTime;
+    bool _isDefault = false;
+    qint32 _entryStatus = EntryStatusNew;
+    qint32 _serverStatus = ServerStatusUnknown;
+    QString _displayName;
+};
+
+using CorvantaInstancePtr = QSharedPointer<CorvantaInstance>;
+Q_DECLARE_METATYPE(CorvantaInstancePtr)
