@@ -63,20 +63,20 @@ typedef struct ZEM_CfgEntry {
  * directly after a successful ZEM_Cfg_nextentry or ZEM_Cfg_find; every other
  * field is the library's. */
 typedef struct ZEM_CfgHandle {
-    char *path;            /* private copy of the path given at opening */
-    int32_t modified;      /* nonzero while edits are not yet committed */
-    char *text;            /* file bytes as last read, NUL-terminated */
-    int64_t textSize;      /* file size when text was read */
-    int64_t textTime;      /* modification time (seconds) when text was read */
+    char *path;               /* private copy of the path given at opening */
+    int32_t modified;         /* nonzero while edits are not yet committed */
+    char *text;               /* file bytes as last read, NUL-terminated */
+    int64_t textSize;         /* file size when text was read */
+    int64_t textTime;         /* modification time (seconds) when text was read */
     unsigned char digest[16]; /* MD5 of the bytes last read or committed */
     uint32_t entryCount;
     uint32_t entryCapacity;
     ZEM_CfgEntry *entries;
-    uint32_t cursor;       /* next entry an enumeration step examines */
-    char *section;         /* current section name (borrowed) */
-    char *id;              /* current key (borrowed) */
-    char *value;           /* current value (borrowed) */
-    uint16_t flags;        /* CFG_LOADED, CFG_AT_END, CFG_KIND_* */
+    uint32_t cursor; /* next entry an enumeration step examines */
+    char *section;   /* current section name (borrowed) */
+    char *id;        /* current key (borrowed) */
+    char *value;     /* current value (borrowed) */
+    uint16_t flags;  /* CFG_LOADED, CFG_AT_END, CFG_KIND_* */
     pthread_mutex_t lock;
 } ZEM_CfgHandle;
 
