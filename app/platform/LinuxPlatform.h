@@ -14,7 +14,10 @@ public:
 // Login items as the .desktop files of an XDG autostart directory, taken in
 // file-name order. An entry resolves to the file URL of the package root
 // (the directory above the one holding its program) when its Exec names an
-// absolute program path that exists; Hidden=true entries count as absent.
+// absolute program path that exists; Hidden=true entries (and those with
+// X-GNOME-Autostart-enabled=false) count as absent. New entries are named
+// corvanta-monitor.desktop, or corvanta-monitor-N.desktop when another
+// program's entry holds that name.
 class XdgAutostartList : public LoginItemList {
 public:
     // executablePath is what new entries start; its package root is the
@@ -23,6 +26,10 @@ public:
 
     // $XDG_CONFIG_HOME/autostart, or ~/.config/autostart.
     static QString defaultDirectory();
+
+    // The program's identity: the file URL of the directory above the one
+    // holding the executable, cleaned lexically, without a trailing slash.
+    static QUrl packageRootUrl(const QString &executablePath);
 
     std::optional<QList<LoginItem>> snapshot() override;
     bool insertFirst(const QUrl &bundleUrl) override;
