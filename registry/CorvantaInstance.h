@@ -7,8 +7,8 @@
 #include <QString>
 #include <QStringList>
 
-#include <optional>
 #include <ctime>
+#include <optional>
 
 // One instance directory: its names, its configuration probe, its server's
 // run status, and starting and stopping that server. Main thread only.
@@ -39,6 +39,8 @@ public:
     QString displayName() const { return _displayName; }
     qint32 entryStatus() const { return _entryStatus; }
     qint32 serverStatus() const { return _serverStatus; }
+    // The server's process id as last known; 0 for none.
+    qint32 pid() const { return _pid; }
 
 private:
     QString _path;

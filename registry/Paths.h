@@ -1,6 +1,12 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
+#include <QStringList>
+
+#include <sys/stat.h>
+
+#include <optional>
 
 // The file-system services the registry and the front end rely on, mapped to
 // POSIX in one place. Paths are UTF-8 on disk.
@@ -10,7 +16,8 @@ namespace Paths {
 QString displayName(const QString &path);
 
 // Lexical cleaning: doubled separators and "." removed, ".." resolved, no
-// trailing separator. Never touches the file system.
+// trailing separator. Never touches the file system. ".." above the root
+// stays at the root; a relative path keeps its leading ".." components.
 QString standardize(const QString &path);
 
 // The real path when it exists, otherwise the path standardised.
@@ -25,5 +32,40 @@ bool isAbsolute(const QString &path);
 // stat (follows links): exists and is a directory / exists and is not one.
 bool existsAsDirectory(const QString &path);
 bool existsAsNonDirectory(const QString &path);
+
+// What the registry needs to know about one item.
+struct ItemInfo {
+    mode_t type = 0;           // S_IFMT bits
+    struct timespec mtime {};  // full precision
+    off_t size = 0;
+
+    bool isRegular() const { return type == S_IFREG; }
+    bool isDirectory() const { return type == S_IFDIR; }
+};
+
+// lstat: the item itself, a final symbolic link is not followed.
+std::optional<ItemInfo> attributesOfItem(const QString &path);
+// stat: follows symbolic links.
+std::optional<ItemInfo> attributesOfTarget(const QString &path);
+
+bool sameTime(const struct timespec &a, const struct timespec &b);
+
+// A lock file holds a few bytes; anything past this is never looked at.
+constexpr qsizetype kAsciiReadLimit = 4096;
+
+// Reads at most `limit` bytes of a regular file as ASCII text. Never blocks:
+// the file is opened non-blocking and anything but a regular file (FIFO,
+// device, socket) is refused before a byte is read. A byte outside ASCII
+// fails the read. On failure `error` holds the system's error text or a plain
+// description.
+bool readAsciiPrefix(const QString &path, QByteArray *out, QString *error,
+                     qsizetype limit = kAsciiReadLimit);
+
+// Every entry but "." and "..", hidden ones included, in the order the file
+// system gives them. On failure `error` holds the system's error text.
+bool listDirectory(const QString &path, QStringList *names, QString *error);
+
+// The description used for a refused non-regular file.
+QString notRegularFileText();
 
 }  // namespace Paths
