@@ -1,0 +1,88 @@
+#pragma once
+
+#include "MenuKeyEquivalents.h"
+#include "PlatformServices.h"
+#include "registry/CorvantaInstance.h"
+#include "registry/CorvantaManager.h"
+
+#include <QBasicTimer>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QUrl>
+
+#include <memory>
+
+class QAction;
+class QMenu;
+class QSystemTrayIcon;
+class TrayWatch;
+
+// The tray front end: the status item, its menu (rebuilt at every opening and
+// refreshed while open), the start/stop confirmation, the links, the
+// installation environment and start at login. Main thread only.
+class Application : public QObject {
+    Q_OBJECT
+
+public:
+    Application(DesktopOpener &opener, LoginItemList &loginItems, ConfirmationPrompt &prompt,
+                QObject *parent = nullptr);
+    ~Application() override;
+
+    // The directory above the one holding the executable; the fallback
+    // installation and the login-item identity hang off it.
+    static QString defaultPackageRoot();
+    QString packageRoot() const { return _packageRoot; }
+    void setPackageRoot(const QString &path) { _packageRoot = path; }
+    QUrl packageUrl() const { return QUrl::fromLocalFile(_packageRoot); }
+
+    void openUrl(const QString &text);
+    bool confirm(CorvantaInstance *instance, bool start);
+    void startInstance(QAction *sender);
+    void stopInstance(QAction *sender);
+    std::unique_ptr<QMenu> createMenu();
+    void menuWillOpen(QMenu *menu);
+    void menuDidClose(QMenu *menu);
+    void menuTimerFired(QMenu *menu);
+    void updateMenuItem(QAction *item, CorvantaInstance *instance);
+    void launchKelvarine();
+    void onlineDocumentation();
+    void viewLogFile();
+    void applicationDidFinishLaunching();
+    void setupGlobalEnvironment();
+    void toggleStartAtLogin(QAction *sender);
+
+    static bool willStartAtLogin(const QUrl &url, LoginItemList &list);
+    static void setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &list);
+
+    static constexpr int MenuUpdateIntervalMs = 500;
+    // Upper bound on one opening's refresh ticks (ten minutes), see menuTimerFired.
+    static constexpr int MaxTicksPerOpening = 10 * 60 * 1000 / MenuUpdateIntervalMs;
+
+protected:
+    void timerEvent(QTimerEvent *event) override;
+
+private:
+    void stopMenuUpdateTimer();
+    void showMenuAtCursor();
+
+    std::unique_ptr<CorvantaManager> _manager;
+    std::unique_ptr<QSystemTrayIcon> _statusItem;
+    // No process identity is kept: the confirmation dialog raises itself
+    // through the window manager, which needs none.
+    QBasicTimer _menuUpdateTimer;
+    bool _inModalDialog = false;
+    CorvantaInstancePtr _defaultInstance;
+
+    std::unique_ptr<QMenu> _menu;
+    std::unique_ptr<TrayWatch> _trayWatch;
+    QPointer<QMenu> _menuUpdateTarget;  // the timer's menu, as long as it lives
+    int _menuTicksLeft = 0;
+    MenuKeyEquivalents _keyEquivalents;
+    QString _packageRoot;
+    DesktopOpener &_opener;
+    LoginItemList &_loginItems;
+    ConfirmationPrompt &_prompt;
+
+    friend struct ApplicationProbe;  // tests
+};

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "PlatformServices.h"
+
+// The confirmation as a modal message box above every other window: message,
+// informative text, the first button (accepting, the default) and the second
+// (rejecting, also what Escape and closing the window choose).
+class MessageBoxPrompt : public ConfirmationPrompt {
+public:
+    int runModal(const QString &message, const QString &informative, const QString &firstButton,
+                 const QString &secondButton) override;
+};
+
+constexpr int AlertSecondButtonReturn = 1001;

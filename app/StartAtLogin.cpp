@@ -1,0 +1,45 @@
+#include "Application.h"
+
+#include <QAction>
+
+namespace {
+
+// Entries that cannot be resolved are not the program; URLs compare as they
+// are, without normalising either side.
+std::optional<LoginItem> firstMatch(const QList<LoginItem> &items, const QUrl &url) {
+    for (const LoginItem &item : items) {
+        if (item.resolved && *item.resolved == url) {
+            return item;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+bool Application::willStartAtLogin(const QUrl &url, LoginItemList &list) {
+    const std::optional<QList<LoginItem>> items = list.snapshot();
+    return items && firstMatch(*items, url);
+}
+
+void Application::setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &list) {
+    const std::optional<QList<LoginItem>> items = list.snapshot();
+    if (!items) {
+        return;
+    }
+    const std::optional<LoginItem> match = firstMatch(*items, url);
+    // Only the first matching entry goes: a duplicate stays visible as a
+    // check mark until it is removed by another choice.
+    if (enabled && !match) {
+        list.insertFirst(url);
+    } else if (!enabled && match) {
+        list.remove(*match);
+    }
+}
+
+void Application::toggleStartAtLogin(QAction *sender) {
+    // A checkable action flips its mark before reporting the choice, so the
+    // mark now shows what the user asked for. The menu's next opening shows
+    // what the list really holds.
+    setStartAtLogin(packageUrl(), sender->isChecked(), _loginItems);
+}
