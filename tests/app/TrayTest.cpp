@@ -18,7 +18,7 @@ public:
 
 }  // namespace
 
-TEST(Launch, PutsUpStatusItemAndScansNothing) {
+TEST(ApplicationLaunch, PutsUpStatusItemAndScansNothing) {
     QTemporaryDir package;
     ASSERT_TRUE(package.isValid());
     qunsetenv("CORVANTA_HOME");
