@@ -1,5 +1,6 @@
 #include "Application.h"
 #include "MessageBoxPrompt.h"
+#include "TerminationSignals.h"
 #include "platform/LinuxPlatform.h"
 #include "platform/SingleInstance.h"
 #include "platform/Translations.h"
@@ -32,6 +33,7 @@ int main(int argc, char *argv[]) {
     MessageBoxPrompt prompt;
     auto application = std::make_unique<Application>(opener, loginItems, prompt);
     QTimer::singleShot(0, application.get(), &Application::applicationDidFinishLaunching);
+    const TerminationSignals termination;
     QApplication::exec();
     application.reset();
     return 0;

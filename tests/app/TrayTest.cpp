@@ -1,9 +1,13 @@
 #include "TestSupport.h"
 #include "app/StatusIcon.h"
+#include "app/TerminationSignals.h"
 #include "registry/SystemLog.h"
 
 #include <QImage>
 #include <QTest>
+#include <QTimer>
+
+#include <signal.h>
 
 namespace {
 
@@ -43,6 +47,14 @@ TEST(ApplicationLaunch, PutsUpStatusItemAndScansNothing) {
     EXPECT_TRUE(probe.manager()->searchPaths().isEmpty());
     EXPECT_EQ(log.lines.count(QStringLiteral("Corvanta installation not found")), 1);
     EXPECT_EQ(logins.snapshots, 0);
+
+    // A left click opens the same menu as the context click.
+    emit probe.statusItem()->activated(QSystemTrayIcon::Trigger);
+    EXPECT_TRUE(probe.menu()->isVisible());
+    EXPECT_EQ(probe.menu()->actions().first()->text(), QStringLiteral("No Corvanta Instances"));
+    probe.menu()->hide();
+    emit probe.statusItem()->activated(QSystemTrayIcon::DoubleClick);
+    EXPECT_FALSE(probe.menu()->isVisible());
 }
 
 TEST(TrayWatch, WithoutTrayKeepsWaitingAndLogsOnce) {
@@ -90,5 +102,18 @@ TEST(StatusIcon, LetterCReadsOnLightAndDarkPanels) {
         EXPECT_LT(lightness(mid, mid), 90);                       // hollow
         EXPECT_LT(lightness(size * 0.72, mid), 90);  // open to the right: a C, not an O
         EXPECT_GT(lightness(mid, size * 0.3), 200);  // top stroke
+    }
+}
+
+TEST(TerminationSignals, TerminationEndsEventLoopLikeQuit) {
+    for (const int sig : {SIGTERM, SIGINT, SIGHUP}) {
+        SCOPED_TRACE(sig);
+        TerminationSignals watch;
+        ASSERT_TRUE(watch.isActive());
+        QTimer::singleShot(0, [sig] { ::raise(sig); });
+        QTimer fallback;
+        QObject::connect(&fallback, &QTimer::timeout, [] { QCoreApplication::exit(7); });
+        fallback.start(2000);
+        EXPECT_EQ(QCoreApplication::exec(), 0);
     }
 }
