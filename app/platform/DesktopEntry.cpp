@@ -3,8 +3,6 @@
 namespace desktop_entry {
 namespace {
 
-constexpr std::string_view GroupName = "Desktop Entry";
-
 std::string_view trim(std::string_view s) {
     while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) {
         s.remove_prefix(1);

@@ -59,7 +59,7 @@ fail() {
 }
 
 # A live process whose id the lock file holds.
-lock_pid() { tr -dc 0-9 <"$1" 2>/dev/null | head -c 10; }
+lock_pid() { tr -dc 0-9 2>/dev/null <"$1" | head -c 10; }
 server_runs() {
     local pid
     pid=$(lock_pid "$lock") && [[ -n $pid ]] && kill -0 "$pid" 2>/dev/null &&

@@ -89,7 +89,8 @@ xs_no_popup() { (($(xs_popups) == 0)); }
 # Clicks the tray icon and waits for the menu to show.
 xs_open_menu() {
     local pos
-    pos=$(xs_tray_icon) || { xs_log "no tray icon"; return 1; }
+    xs_wait 5 xs_tray_icon >/dev/null || { xs_log "no tray icon"; return 1; }
+    pos=$(xs_tray_icon)
     xs_wait 5 xs_no_popup || { xs_log "a window is still open"; return 1; }
     # shellcheck disable=SC2086
     xdotool mousemove $pos click 1
