@@ -4,6 +4,9 @@
 #include <QTest>
 #include <QTimer>
 
+#include <grp.h>
+#include <unistd.h>
+
 namespace {
 
 const QString kFixedWithoutDefault = QStringLiteral(
@@ -252,4 +255,53 @@ TEST_F(StatusMenu, CtrlQuitKeyInOpenMenuEndsEventLoop) {
 TEST_F(StatusMenu, OtherKeysDoNotQuit) {
     EXPECT_EQ(pressInOpenMenu(*menu, Qt::Key_W, Qt::NoModifier), 7);
     EXPECT_EQ(pressInOpenMenu(*menu, Qt::Key_Q, Qt::AltModifier), 7);
+}
+
+namespace {
+
+// Runs `argv` as a user who may read the test's directories but not write
+// them: "nobody" when the tests run as root (root may write anywhere),
+// otherwise this user, with the directories made read-only.
+void runAsReader(QProcess &process, const QString &program, const QStringList &args) {
+    if (::geteuid() == 0) {
+        process.setChildProcessModifier([] {
+            constexpr uid_t nobody = 65534;
+            if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0) {
+                ::_exit(126);
+            }
+        });
+    }
+    process.start(program, args);
+}
+
+}  // namespace
+
+TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
+    const QString idle = addInstance(QStringLiteral("idle"));
+    const QString busy = addInstance(QStringLiteral("busy"));
+    QProcess server;  // alive and signalable by the reader: stands for a running server
+    runAsReader(server, QStringLiteral("sleep"), {QStringLiteral("60")});
+    ASSERT_TRUE(server.waitForStarted());
+    writeFile(busy + QStringLiteral("/corvanta.lck"), QByteArray::number(server.processId()));
+
+    const QFile::Permissions readOnly = QFile::ReadOwner | QFile::ExeOwner | QFile::ReadGroup |
+                                        QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
+    for (const QString &dir : {QDir(tmp.path()).path(), home, idle, busy}) {
+        ASSERT_TRUE(QFile::setPermissions(dir, readOnly));
+    }
+    QProcess probe;
+    probe.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    runAsReader(probe, QStringLiteral(APP_MENU_PROBE), {home});
+    ASSERT_TRUE(probe.waitForFinished(30000));
+    EXPECT_EQ(probe.exitCode(), 0);
+    EXPECT_EQ(QString::fromUtf8(probe.readAllStandardOutput()),
+              QStringLiteral("- Stop Instance 'busy'\n"
+                             "- Start Instance 'idle'\n") +
+                  kFixedWithoutDefault);
+
+    for (const QString &dir : {QDir(tmp.path()).path(), home, idle, busy}) {
+        QFile::setPermissions(dir, readOnly | QFile::WriteOwner);
+    }
+    server.kill();
+    server.waitForFinished();
 }
