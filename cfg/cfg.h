@@ -81,9 +81,11 @@ typedef struct ZEM_CfgHandle {
 } ZEM_CfgHandle;
 
 /* Opens path into a new handle stored in *out (null on failure).
- * Returns 0, or -1 when the file is missing or unreadable or memory runs out;
- * nothing stays allocated on failure. The caller owns the handle and releases
- * it with ZEM_Cfg_done. Same as ZEM_Cfg_init2 with create 0. */
+ * Returns 0, or -1 when the file is missing or unreadable, is not a regular
+ * file (FIFOs, devices, sockets and directories are refused without blocking),
+ * is 4 GiB or larger, or memory runs out; nothing stays allocated on failure.
+ * The caller owns the handle and releases it with ZEM_Cfg_done. Same as
+ * ZEM_Cfg_init2 with create 0. */
 int ZEM_Cfg_init(ZEM_CfgHandle **out, const char *path);
 
 /* As ZEM_Cfg_init; with create nonzero a missing file is first created empty. */
@@ -96,7 +98,9 @@ int ZEM_Cfg_done(ZEM_CfgHandle *handle);
 /* Re-reads the file if its size or time changed and its digest differs.
  * Uncommitted edits are discarded. Returns 1 when parsed anew (the walk is
  * reset and earlier strings are invalid), 0 when the image is still current,
- * -1 on failure or a null handle. Works on an unloaded handle too. */
+ * -1 on failure or a null handle. A file that is missing, unreadable, not
+ * regular or 4 GiB or larger fails before anything changes: the old image
+ * stays. Works on an unloaded handle too. */
 int ZEM_Cfg_refresh(ZEM_CfgHandle *handle);
 
 /* Restarts the walk at the first entry. 0, or -1 for a null/unloaded handle. */
@@ -122,15 +126,18 @@ int ZEM_Cfg_write(ZEM_CfgHandle *handle, const char *section, const char *id, co
 /* Appends one raw entry. With copy nonzero the strings are copied; with copy
  * zero the pointers are stored and the caller must keep them alive for as
  * long as the handle holds them. Does not mark the handle modified.
- * Returns 0, or -1 for an unloaded handle or memory exhaustion. */
+ * Returns 0, or -1 for an unloaded handle or memory exhaustion (then nothing
+ * is appended). */
 int ZEM_Cfg_storeentry(ZEM_CfgHandle *handle, const char *section, const char *id,
                        const char *value, const char *comment, int copy);
 
 /* Merges every section of source into handle: new sections are appended,
  * keys of existing sections replaced with their value lines or added. Only
- * handle is locked; source must be loaded, non-null and left alone meanwhile.
- * Returns 0, or -1 for an unloaded handle or memory exhaustion (then before
- * any change). Always marks handle modified. */
+ * handle is locked; source must be left alone meanwhile. Returns 0, or -1
+ * for a null or unloaded handle or source, a source that is the handle
+ * itself, or memory exhaustion: before any change when room for the merge
+ * cannot be reserved, after a partial merge (handle modified) when a string
+ * copy fails. Otherwise always marks handle modified. */
 int cfg_merge(ZEM_CfgHandle *handle, ZEM_CfgHandle *source);
 
 /* Writes the image to the file when it is modified and records the digest of
