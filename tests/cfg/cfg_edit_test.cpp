@@ -287,8 +287,9 @@ TEST(CfgCommit, LinesUpTo4095BytesAreWritten) {
     EXPECT_EQ(committed(img), "[s]\nk = " + value + "\n");
 }
 
+// Forked without re-running the test, so the child leaves no temporary
+// directory behind.
 TEST(CfgCommitDeathTest, LineOf4096BytesEndsTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     TempDir dir;
     Image img(dir, "[s]\n");
     const std::string value(4092, 'v');
