@@ -4,12 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
+#include <thread>
 
 #include "cfg/cfg_internal.h"
+#include "cfg/cfg_parse.h"
 
 namespace {
 
@@ -44,6 +48,47 @@ char *readWholeFile(const char *path, struct stat *st) {
     return buf;
 }
 
+// Digests image->text into image->digest on a worker thread while this
+// thread parses it behind the worker's progress. False, with nothing done,
+// when no thread can be started. *parsed gets the parse's result.
+bool digestWhileParsing(ZEM_CfgHandle *image, int *parsed) {
+    const auto *bytes = reinterpret_cast<const unsigned char *>(image->text);
+    const auto size = static_cast<uint32_t>(image->textSize);
+    corvanta::cfg::ReadProgress digested{0};
+    std::thread worker;
+    try {
+        worker = std::thread([&] {
+            constexpr uint32_t kChunk = 64u << 10;
+            ZEM_MD5Context md5;
+            ZEM_MD5Init(&md5);
+            for (uint32_t done = 0; done < size;) {
+                const uint32_t n = std::min(kChunk, size - done);
+                ZEM_MD5Update(&md5, bytes + done, n);
+                digested.store(done += n, std::memory_order_release);
+                digested.notify_one();
+            }
+            ZEM_MD5Final(image->digest, &md5);
+        });
+    } catch (const std::system_error &) {
+        return false;
+    }
+    *parsed = corvanta::cfg::parseBehind(image, digested);
+    worker.join();
+    return true;
+}
+
+void digestText(ZEM_CfgHandle *image) {
+    ZEM_MD5Context md5;
+    ZEM_MD5Init(&md5);
+    ZEM_MD5Update(&md5, image->text, static_cast<uint32_t>(image->textSize));
+    ZEM_MD5Final(image->digest, &md5);
+}
+
+// Same bytes as the image (typically a file this handle just committed).
+bool sameAsLoaded(const ZEM_CfgHandle *h, const ZEM_CfgHandle *image) {
+    return h->text != nullptr && std::memcmp(image->digest, h->digest, sizeof h->digest) == 0;
+}
+
 }  // namespace
 
 extern "C" int _cfg_refresh(ZEM_CfgHandle *h) {
@@ -60,31 +105,45 @@ extern "C" int _cfg_refresh(ZEM_CfgHandle *h) {
     if (h->text != nullptr && st.st_size == h->textSize && st.st_mtime == h->textTime) {
         return 0;
     }
-    char *text = readWholeFile(h->path, &st);
-    if (text == nullptr) {
+    // The new image is built beside the loaded one and replaces it only when
+    // the bytes differ.
+    ZEM_CfgHandle image{};
+    image.text = readWholeFile(h->path, &st);
+    if (image.text == nullptr) {
         return -1;
     }
-    unsigned char digest[16];
-    ZEM_MD5Context md5;
-    ZEM_MD5Init(&md5);
-    ZEM_MD5Update(&md5, text, static_cast<uint32_t>(st.st_size));
-    ZEM_MD5Final(digest, &md5);
-    // Same bytes as the image (typically a file this handle just committed):
-    // keep it. Size and time stay stale on purpose, so the next refresh
-    // digests again rather than trusting a time it never parsed.
-    if (h->text != nullptr && std::memcmp(digest, h->digest, sizeof digest) == 0) {
-        std::free(text);
+    image.textSize = st.st_size;
+    image.textTime = st.st_mtime;
+    int parsed = 0;
+    // A large text is parsed while it is digested, at the price of a parse
+    // thrown away when the bytes turn out unchanged. The parser never cuts a
+    // byte before the digest has read it.
+    if (image.textSize < corvanta::cfg::kParallelMinSize || !digestWhileParsing(&image, &parsed)) {
+        digestText(&image);
+        if (!sameAsLoaded(h, &image) && image.textSize > 0) {
+            _cfg_freeimage(h);  // before parsing, so both never coexist
+            parsed = _cfg_parse(&image);
+        }
+    }
+    // Size and time stay stale on purpose when the bytes are unchanged, so
+    // the next refresh digests again rather than trusting a time it never
+    // parsed.
+    if (sameAsLoaded(h, &image)) {
+        _cfg_freeimage(&image);
         return 0;
     }
     _cfg_freeimage(h);
-    std::memcpy(h->digest, digest, sizeof digest);
-    h->text = text;
-    h->textSize = st.st_size;
-    h->textTime = st.st_mtime;
-    if (h->textSize > 0 && _cfg_parse(h) != 0) {
-        _cfg_freeimage(h);
+    if (parsed != 0) {
+        _cfg_freeimage(&image);
         return -1;
     }
+    std::memcpy(h->digest, image.digest, sizeof h->digest);
+    h->text = image.text;
+    h->textSize = image.textSize;
+    h->textTime = image.textTime;
+    h->entries = image.entries;
+    h->entryCount = image.entryCount;
+    h->entryCapacity = image.entryCapacity;
     h->flags = CFG_LOADED;
     return 1;
 }

@@ -1,8 +1,15 @@
 // The line parser: cuts the text in place into NUL-terminated pieces and
 // records one entry per meaningful line. Nothing is allocated per line.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstring>
+#include <system_error>
+#include <thread>
 
 #include "cfg/cfg_internal.h"
+#include "cfg/cfg_parse.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -48,6 +55,24 @@ char *findLineEnd(char *p, const char *limit) {
     return p;
 }
 
+// Bytes of the line-end set other than NUL: one more than this bounds the
+// number of lines, and so of entries.
+size_t countLineEnds(const char *p, const char *end) {
+    const __m128i lf = _mm_set1_epi8('\n'), cr = _mm_set1_epi8('\r');
+    const __m128i eof = _mm_set1_epi8('\x1a');
+    size_t n = 0;
+    for (; end - p >= 16; p += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        const __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)),
+                                         _mm_cmpeq_epi8(v, eof));
+        n += static_cast<size_t>(__builtin_popcount(static_cast<unsigned>(_mm_movemask_epi8(hit))));
+    }
+    for (; p < end; ++p) {
+        n += *p == '\n' || *p == '\r' || *p == '\x1a';
+    }
+    return n;
+}
+
 char *findValueStop(char *p, const char *end) {
     const __m128i semi = _mm_set1_epi8(';'), dq = _mm_set1_epi8('"'), sq = _mm_set1_epi8('\'');
     for (; end - p >= 16; p += 16) {
@@ -65,6 +90,14 @@ char *findValueStop(char *p, const char *end) {
 }
 
 #else
+
+size_t countLineEnds(const char *p, const char *end) {
+    size_t n = 0;
+    for (; p < end; ++p) {
+        n += *p == '\n' || *p == '\r' || *p == '\x1a';
+    }
+    return n;
+}
 
 char *findLineEnd(char *p, const char *) {
     while (!isLineEnd(*p)) {
@@ -149,9 +182,97 @@ bool parseLine(char *p, char *end, ZEM_CfgEntry *e) {
 
 }  // namespace
 
-extern "C" int _cfg_parse(ZEM_CfgHandle *h) {
-    char *p = h->text;
-    const char *limit = h->text + h->textSize + 1;
+namespace {
+
+// Faults in a presized entry array on a second thread, a bounded stretch
+// ahead of the parser: fresh pages cost about as much as the parse itself,
+// and this way the parser rarely stops for one. Populating never changes the
+// contents, so it may overlap the parser's writes. Runs only while the array
+// cannot move: the parser finishes it before the array could grow.
+class Prefaulter {
+public:
+    Prefaulter(const ZEM_CfgEntry *entries, uint32_t capacity)
+        : begin_(reinterpret_cast<uintptr_t>(entries)),
+          end_(reinterpret_cast<uintptr_t>(entries + capacity)) {
+        try {
+            thread_ = std::thread(&Prefaulter::run, this);
+        } catch (const std::system_error &) {
+            // No thread: the parser faults its pages in itself.
+        }
+    }
+    ~Prefaulter() { finish(); }
+    Prefaulter(const Prefaulter &) = delete;
+    Prefaulter &operator=(const Prefaulter &) = delete;
+
+    // Called by the parser now and then with the entries filled so far.
+    void advance(uint32_t filled) {
+        filled_.store(filled, std::memory_order_relaxed);
+        filled_.notify_one();
+    }
+
+    void finish() {
+        if (thread_.joinable()) {
+            advance(kDone);
+            thread_.join();
+        }
+    }
+
+    // Entries between two calls of advance.
+    static constexpr uint32_t kStride = 16384;
+
+private:
+    static constexpr uint32_t kDone = UINT32_MAX;
+    static constexpr uintptr_t kAhead = uintptr_t{8} << 20;  // bytes beyond the parser
+    static constexpr uintptr_t kStep = uintptr_t{1} << 20;   // bytes per system call
+
+    void run() {
+        const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+        uintptr_t done = (begin_ + page - 1) & ~(page - 1);
+        const uintptr_t last = end_ & ~(page - 1);
+        for (uint32_t filled = 0; filled != kDone && done < last;
+             filled_.wait(filled, std::memory_order_relaxed),
+                      filled = filled_.load(std::memory_order_relaxed)) {
+            const uintptr_t ahead = begin_ + filled * sizeof(ZEM_CfgEntry) + kAhead;
+            const uintptr_t target = std::min(last, ahead & ~(page - 1));
+            while (done < target) {
+                const uintptr_t len = std::min(kStep, target - done);
+                if (!populate(reinterpret_cast<void *>(done), len) ||
+                    filled_.load(std::memory_order_relaxed) == kDone) {
+                    return;
+                }
+                done += len;
+            }
+        }
+    }
+
+    static bool populate(void *at, size_t len) {
+        // Refused by kernels before 5.14: then the parser faults alone.
+        return madvise(at, len, MADV_POPULATE_WRITE) == 0;
+    }
+
+    const uintptr_t begin_, end_;
+    std::atomic<uint32_t> filled_{0};
+    std::thread thread_;
+};
+
+size_t waitFor(const corvanta::cfg::ReadProgress &done, size_t need) {
+    uint32_t now = done.load(std::memory_order_acquire);
+    while (now < need) {
+        done.wait(now, std::memory_order_acquire);
+        now = done.load(std::memory_order_acquire);
+    }
+    return now;
+}
+
+// The parse loop. With `done`, a line is cut only once the reading thread
+// has passed its end; with `prefault`, the array is presized and faulted in
+// ahead.
+int parseText(ZEM_CfgHandle *h, const corvanta::cfg::ReadProgress *done, Prefaulter *prefault) {
+    char *const text = h->text;
+    const size_t size = static_cast<size_t>(h->textSize);
+    const char *limit = text + size + 1;
+    size_t writable = done != nullptr ? 0 : SIZE_MAX;  // bytes below this offset may be cut
+    char *p = text;
     ZEM_CfgEntry scratch;
     for (;;) {
         while (*p == '\n' || *p == '\r' || *p == '\x1a') {
@@ -162,6 +283,9 @@ extern "C" int _cfg_parse(ZEM_CfgHandle *h) {
         }
         char *line = p;
         char *end = findLineEnd(p, limit);
+        if (static_cast<size_t>(end - text) >= writable) {
+            writable = waitFor(*done, std::min(static_cast<size_t>(end - text) + 1, size));
+        }
         const bool last = *end == '\0';
         if (!last) {
             *end = '\0';
@@ -172,15 +296,44 @@ extern "C" int _cfg_parse(ZEM_CfgHandle *h) {
             *end = '\0';
         }
         if (end != line && parseLine(line, end, &scratch)) {
-            ZEM_CfgEntry *e = h->entryCount < h->entryCapacity ? &h->entries[h->entryCount++]
-                                                               : _cfg_poolalloc(h, 1);
-            if (e == nullptr) {
-                return -1;
+            ZEM_CfgEntry *e;
+            if (h->entryCount < h->entryCapacity) {
+                e = &h->entries[h->entryCount++];
+            } else {
+                if (prefault != nullptr) {
+                    prefault->finish();  // the array is about to move
+                }
+                if ((e = _cfg_poolalloc(h, 1)) == nullptr) {
+                    return -1;
+                }
             }
             *e = scratch;
+            if (prefault != nullptr && h->entryCount % Prefaulter::kStride == 0) {
+                prefault->advance(h->entryCount);
+            }
         }
         if (last) {
             return 0;
         }
     }
+}
+
+}  // namespace
+
+extern "C" int _cfg_parse(ZEM_CfgHandle *h) {
+    // Large texts: one allocation sized by the number of lines, faulted in
+    // by a helper thread. Failing that (a huge bound, no memory), the array
+    // grows as the parse goes.
+    if (h->textSize >= corvanta::cfg::kParallelMinSize && h->entryCount == 0) {
+        const size_t bound = countLineEnds(h->text, h->text + h->textSize) + 1;
+        if (bound <= UINT32_MAX - 102 && _cfg_poolreserve(h, static_cast<uint32_t>(bound)) == 0) {
+            Prefaulter prefault(h->entries, h->entryCapacity);
+            return parseText(h, nullptr, &prefault);
+        }
+    }
+    return parseText(h, nullptr, nullptr);
+}
+
+int corvanta::cfg::parseBehind(ZEM_CfgHandle *h, const ReadProgress &done) {
+    return parseText(h, &done, nullptr);
 }

@@ -1,0 +1,26 @@
+// Parsing a text that another thread is still reading (the digest of a
+// re-read). Internal to the library.
+#ifndef CORVANTA_CFG_PARSE_H
+#define CORVANTA_CFG_PARSE_H
+
+#include <atomic>
+#include <cstdint>
+
+#include "cfg/cfg.h"
+
+namespace corvanta::cfg {
+
+// How many leading bytes of a text the reading thread is done with; it
+// stores with release order and notifies after each step.
+using ReadProgress = std::atomic<uint32_t>;
+
+// Texts from this size on are worth a second thread.
+constexpr int64_t kParallelMinSize = int64_t{1} << 20;
+
+// As _cfg_parse, but cuts a byte of the text only once `done` has passed it,
+// so the other thread sees the text exactly as read. Uses no helper thread.
+int parseBehind(ZEM_CfgHandle *h, const ReadProgress &done);
+
+}  // namespace corvanta::cfg
+
+#endif  // CORVANTA_CFG_PARSE_H
