@@ -1,97 +1,88 @@
 #pragma once
 
 #include "app/Application.h"
-#include "app/PlatformServices.h"
-#include "app/TrayWatch.h"
 
-#include <QList>
+#include <QAction>
 #include <QMenu>
-#include <QSystemTrayIcon>
 
 #include <functional>
 
-// What the application opened.
+using namespace Qt::StringLiterals;
+
 class FakeOpener : public DesktopOpener {
 public:
-    bool openUrl(const QUrl &url) override {
-        urls << url;
-        return true;
-    }
+    bool openUrl(const QUrl &url) override { return openFile(url.toString()); }
     bool openFile(const QString &path) override {
-        files << path;
+        opened += path + u'\n';
         return true;
     }
-    QList<QUrl> urls;
-    QStringList files;
+    QString opened;
 };
 
-// A login items list in memory; unreadable when readable is false.
+// Login items in memory; unreadable when readable is false.
 class FakeLoginItems : public LoginItemList {
 public:
     std::optional<QList<LoginItem>> snapshot() override {
-        ++snapshots;
-        if (!readable) {
-            return std::nullopt;
-        }
-        return items;
+        return readable ? std::optional(items) : std::nullopt;
     }
     bool insertFirst(const QUrl &bundleUrl) override {
-        items.prepend(LoginItem{QStringLiteral("added-%1").arg(++added), bundleUrl});
+        items.prepend(LoginItem{u"added"_s, bundleUrl});
         return true;
     }
     bool remove(const LoginItem &item) override {
         removed << item.id;
-        for (qsizetype i = 0; i < items.size(); ++i) {
-            if (items[i].id == item.id) {
-                items.removeAt(i);
-                return true;
-            }
-        }
-        return false;
+        return items.removeIf([&](const LoginItem &it) { return it.id == item.id; }) > 0;
     }
-    QStringList ids() const {
+    QString ids() const {
         QStringList out;
         for (const LoginItem &item : items) {
             out << item.id;
         }
-        return out;
+        return out.join(u' ');
     }
     QList<LoginItem> items;
     QStringList removed;
     bool readable = true;
-    int added = 0;
-    int snapshots = 0;
 };
 
-// Answers every confirmation with `answer`; `whileUp` runs while the
-// "dialog" is up, as the nested event loop of a real one would.
+// Answers every confirmation with `answer`; `whileUp` runs while the dialog is
+// up, as the nested event loop of a real one would.
 class FakePrompt : public ConfirmationPrompt {
 public:
-    struct Call {
-        QString message, informative, first, second;
-    };
     int runModal(const QString &message, const QString &informative, const QString &first,
                  const QString &second) override {
-        calls.push_back({message, informative, first, second});
+        asked += QStringList{message, informative, first, second}.join(u" | ") + u'\n';
         if (whileUp) {
             whileUp();
         }
         return answer;
     }
-    QList<Call> calls;
+    QString asked;
     int answer = AlertFirstButtonReturn;
     std::function<void()> whileUp;
 };
 
-// The fields tests look at.
+// An Application wired to fakes, and the fields tests look at.
 struct ApplicationProbe {
-    Application &app;
+    FakeOpener opener;
+    FakeLoginItems logins;
+    FakePrompt prompt;
+    Application app{opener, logins, prompt};
 
     std::unique_ptr<CorvantaManager> &manager() { return app._manager; }
     bool inModalDialog() const { return app._inModalDialog; }
     bool timerRunning() const { return app._menuUpdateTimer.isActive(); }
     CorvantaInstancePtr defaultInstance() const { return app._defaultInstance; }
-    QSystemTrayIcon *statusItem() const { return app._statusItem.get(); }
-    QMenu *menu() const { return app._menu.get(); }
-    TrayWatch *trayWatch() const { return app._trayWatch.get(); }
 };
+
+// One line per item: "+" enabled or "-" disabled, the title, "[x]" when
+// checked; "----" for a separator.
+inline QString describe(const QMenu &menu) {
+    QString out;
+    for (const QAction *item : menu.actions()) {
+        out += item->isSeparator() ? u"----"_s
+                                   : (item->isEnabled() ? u"+ "_s : u"- "_s) + item->text();
+        out += item->isChecked() ? u" [x]\n"_s : u"\n"_s;
+    }
+    return out;
+}
