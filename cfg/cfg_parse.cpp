@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <system_error>
 #include <thread>
@@ -25,6 +26,24 @@ inline bool isIndent(char c) {
 }
 inline bool isValueStop(char c) {
     return c == ';' || c == '"' || c == '\'';
+}
+
+// rtrim's test without a call for the usual characters: no locale counts a
+// printable ASCII character other than the space as white space.
+inline bool isTrailingSpace(char c) {
+    const auto u = static_cast<unsigned char>(c);
+    return (u <= ' ' || u >= 0x7f) && std::isspace(u);
+}
+
+// rtrim for a string whose terminating NUL is known to be at end: the same
+// result without scanning forward first. Returns the new end (begin when
+// nothing is left).
+char *trimEnd(char *begin, char *end) {
+    while (end > begin && isTrailingSpace(end[-1])) {
+        --end;
+    }
+    *end = '\0';
+    return end;
 }
 
 char *skipIndent(char *p) {
@@ -59,13 +78,20 @@ char *findLineEnd(char *p, const char *limit) {
 // number of lines, and so of entries.
 size_t countLineEnds(const char *p, const char *end) {
     const __m128i lf = _mm_set1_epi8('\n'), cr = _mm_set1_epi8('\r');
-    const __m128i eof = _mm_set1_epi8('\x1a');
+    const __m128i eof = _mm_set1_epi8('\x1a'), zero = _mm_setzero_si128();
     size_t n = 0;
-    for (; end - p >= 16; p += 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
-        const __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)),
-                                         _mm_cmpeq_epi8(v, eof));
-        n += static_cast<size_t>(__builtin_popcount(static_cast<unsigned>(_mm_movemask_epi8(hit))));
+    while (end - p >= 16) {
+        // Per-byte counters (a hit is -1), summed before any can overflow.
+        __m128i counts = zero;
+        for (int i = 0; i < 255 && end - p >= 16; ++i, p += 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+            counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, lf));
+            counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, cr));
+            counts = _mm_sub_epi8(counts, _mm_cmpeq_epi8(v, eof));
+        }
+        const __m128i sums = _mm_sad_epu8(counts, zero);
+        n += static_cast<size_t>(_mm_cvtsi128_si32(sums)) +
+             static_cast<size_t>(_mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
     }
     for (; p < end; ++p) {
         n += *p == '\n' || *p == '\r' || *p == '\x1a';
@@ -131,8 +157,7 @@ char *splitComment(char *value, char *end) {
             }
             p = static_cast<char *>(const_cast<void *>(close)) + 1;
         } else if (_cfg_isblank(p[-1])) {
-            *p = '\0';
-            rtrim(value);
+            trimEnd(value, p);
             return p + 1;
         } else {
             ++p;
@@ -155,8 +180,7 @@ bool parseLine(char *p, char *end, ZEM_CfgEntry *e) {
         if (close == nullptr) {
             return false;
         }
-        *close = '\0';
-        if (rtrim(name) == nullptr) {
+        if (trimEnd(name, close) == name) {
             return false;
         }
         char *rest = skipIndent(close + 1);
@@ -172,8 +196,7 @@ bool parseLine(char *p, char *end, ZEM_CfgEntry *e) {
     if (eq == nullptr) {
         return false;
     }
-    *eq = '\0';
-    rtrim(p);
+    trimEnd(p, eq);
     e->id = p;
     e->value = skipIndent(eq + 1);
     e->comment = splitComment(e->value, end);
