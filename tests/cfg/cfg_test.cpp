@@ -1,0 +1,502 @@
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cfg/cfg.h"
+#include "cfg/cfg_internal.h"
+#include "cfg/md5.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+// A private directory removed with everything in it at the end of the test.
+struct TempDir {
+    std::string path = (std::filesystem::temp_directory_path() / "cfgtest.XXXXXX").string();
+    TempDir() { EXPECT_NE(mkdtemp(path.data()), nullptr); }
+    ~TempDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(path, ec);
+    }
+    std::string file(const std::string &name) const { return path + "/" + name; }
+};
+
+void writeFile(const std::string &path, const std::string &bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+std::string readFile(const std::string &path) {
+    std::ostringstream s;
+    s << std::ifstream(path, std::ios::binary).rdbuf();
+    return s.str();
+}
+
+std::string show(const char *s) {
+    return s ? "<" + std::string(s) + ">" : "~";
+}
+
+// One line per entry: section, id, value and comment, null shown as ~.
+std::string dumpEntries(const ZEM_CfgHandle *h) {
+    std::string out;
+    for (const ZEM_CfgEntry *e = h->entries; e != h->entries + h->entryCount; ++e) {
+        out += show(e->section) + " " + show(e->id) + " " + show(e->value) + " " +
+               show(e->comment) + "\n";
+    }
+    return out;
+}
+
+// What a reader sees after a step: kind, section, id, value and the end flag.
+std::string state(const ZEM_CfgHandle *h) {
+    return std::to_string(h->flags & CFG_KIND_MASK) + " " + show(h->section) + " " + show(h->id) +
+           " " + show(h->value) + (h->flags & CFG_AT_END ? " end" : "");
+}
+
+// A handle opened on a file of its own holding the given text.
+struct Image {
+    TempDir dir;
+    std::string path = dir.file("test.ini");
+    ZEM_CfgHandle *h = nullptr;
+
+    explicit Image(const std::string &text) {
+        writeFile(path, text);
+        EXPECT_EQ(ZEM_Cfg_init(&h, path.c_str()), 0);
+    }
+    ~Image() { ZEM_Cfg_done(h); }
+    operator ZEM_CfgHandle *() const { return h; }
+    ZEM_CfgHandle *operator->() const { return h; }
+    // Commits and returns the file's bytes.
+    std::string committed() const {
+        EXPECT_EQ(ZEM_Cfg_commit(h), 0);
+        EXPECT_EQ(h->modified, 0);
+        return readFile(path);
+    }
+};
+
+std::string hex(const unsigned char *d) {
+    char s[33];
+    for (int i = 0; i < 16; ++i) {
+        snprintf(s + 2 * i, 3, "%02x", d[i]);
+    }
+    return s;
+}
+
+// Fed in one piece, or in random chunks of up to 149 bytes when rng is given.
+std::string md5Hex(const void *data, size_t len, std::mt19937 *rng = nullptr) {
+    ZEM_MD5Context ctx;
+    ZEM_MD5Init(&ctx);
+    for (size_t done = 0; done < len;) {
+        const size_t chunk = std::min<size_t>(len - done, rng ? (*rng)() % 150 : len);
+        ZEM_MD5Update(&ctx, static_cast<const char *>(data) + done, static_cast<uint32_t>(chunk));
+        done += chunk;
+    }
+    unsigned char d[16];
+    ZEM_MD5Final(d, &ctx);
+    return hex(d);
+}
+
+TEST(Md5, MatchesTheTestSuiteOfTheRfc) {
+    const char *const cases[][2] = {
+        {"", "d41d8cd98f00b204e9800998ecf8427e"},
+        {"a", "0cc175b9c0f1b6a831c399e269772661"},
+        {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+        {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
+        {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
+        {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
+         "d174ab98d277d9f5a5611c2c9f419d9f"},
+        {"1234567890123456789012345678901234567890"
+         "1234567890123456789012345678901234567890",
+         "57edf4a22be3c955ac49da2e2107b67a"},
+    };
+    for (const auto &[text, digest] : cases) {
+        EXPECT_EQ(md5Hex(text, strlen(text)), digest);
+    }
+}
+
+// Lengths 0-129 cross the 55/56/64-byte padding edges; offsets 0-7 make the input unaligned.
+TEST(Md5, AgreesWithOpenSslOnRandomUnalignedInputInRandomChunks) {
+    std::mt19937 rng(20240611);
+    for (int round = 0; round < 200; ++round) {
+        const size_t len = round < 130 ? static_cast<size_t>(round) : rng() % 20000;
+        std::vector<unsigned char> buf(len + 8);
+        for (auto &b : buf) {
+            b = static_cast<unsigned char>(rng());
+        }
+        const unsigned char *data = buf.data() + round % 8;
+        unsigned char ref[EVP_MAX_MD_SIZE];
+        ASSERT_EQ(EVP_Digest(data, len, ref, nullptr, EVP_md5(), nullptr), 1);
+        ASSERT_EQ(md5Hex(data, len, &rng), hex(ref)) << "length " << len;
+    }
+}
+
+// Parses each text from a file and compares the whole entry dump.
+void expectParses(const std::vector<std::pair<std::string, const char *>> &cases) {
+    for (const auto &[text, entries] : cases) {
+        SCOPED_TRACE(text);
+        Image img(text);
+        ASSERT_NE(static_cast<ZEM_CfgHandle *>(img), nullptr);
+        EXPECT_EQ(dumpEntries(img), entries);
+        // Parsed entries own nothing: every string lies in the text buffer.
+        for (const ZEM_CfgEntry *e = img->entries; e != img->entries + img->entryCount; ++e) {
+            EXPECT_EQ(e->flags, 0);
+            for (const char *s : {e->section, e->id, e->value, e->comment}) {
+                EXPECT_TRUE(!s || (s >= img->text && s <= img->text + img->textSize));
+            }
+        }
+    }
+}
+
+TEST(CfgParse, KeySectionValueAndCommentLines) {
+    expectParses({
+        {"key=value\nkey = value\n", "~ <key> <value> ~\n~ <key> <value> ~\n"},
+        {"  key = value\n", "~ ~ <key = value> ~\n"},
+        {"key =\n= v\n", "~ <key> <> ~\n~ <> <v> ~\n"},
+        {"key = a;b\nkey = a ;b\n", "~ <key> <a;b> ~\n~ <key> <a> <b>\n"},
+        {"key=;c\nkey = 'a ;b'\n", "~ <key> <> <c>\n~ <key> <'a ;b'> ~\n"},
+        {"k = \"a ;b\" ;c\n", "~ <k> <\"a ;b\"> <c>\n"},
+        {"k = \"open ;x\n", "~ <k> <\"open ;x> ~\n"},
+        {"k = 'x' \";y\" ; z \n", "~ <k> <'x' \";y\"> < z>\n"},
+        {"k = a\t;tab\nk = v \v ;c\n", "~ <k> <a> <tab>\n~ <k> <v> <c>\n"},
+        {"key\v = v\n", "~ <key> <v> ~\n"},
+        {"just text\n", ""},
+        {"; top\n;;double\n;\n", "~ ~ ~ < top>\n~ ~ ~ <;double>\n~ ~ ~ <>\n"},
+        {"\t; indented\n  a ;b = c\n\f= v\n", "~ ~ ~ < indented>\n~ ~ <a ;b = c> ~\n~ ~ <= v> ~\n"},
+        {"[ name ] ;note\n[name] junk\n", "<name> ~ ~ <note>\n<name> ~ ~ ~\n"},
+        {"[name\n[ ]\n[]\n", ""},
+        {"[a];c\n  [b]\n[x] ; spaced  \n", "<a> ~ ~ <c>\n<b> ~ ~ ~\n<x> ~ ~ < spaced>\n"},
+        {"[Sec]\nKey=1\n[sec]\nKEY=2\n",
+         "<Sec> ~ ~ ~\n~ <Key> <1> ~\n<sec> ~ ~ ~\n~ <KEY> <2> ~\n"},
+    });
+}
+
+TEST(CfgParse, LineEndsUnterminatedLastLinesAndNulBytes) {
+    const char *const ab = "~ <a> <1> ~\n~ <b> <2> ~\n";
+    expectParses({
+        {"a=1\nb=2\n", ab},
+        {"a=1\r\nb=2\r\n", ab},
+        {"a=1\rb=2\x1a", ab},
+        {"\r\n\r\n\n\032\032a=1\r\n\r\n\032b=2", ab},
+        {"\n\r\n   \n\t\f\na=1 \t\nb=2\f\n", ab},
+        {"k = v  \nlast = w \t", "~ <k> <v> ~\n~ <last> <w \t> ~\n"},
+        {"k = v\n   ", "~ <k> <v> ~\n~ ~ <> ~\n"},
+        {"k = v\n   \n", "~ <k> <v> ~\n"},
+        {"a=1\nb=2\0c=3\nd=4\n"s, ab},
+        {"a=1\n\0\nc=3\n"s, "~ <a> <1> ~\n"},
+        {"\0a=1\n"s, ""},
+    });
+}
+
+TEST(CfgParse, LargeFileParsesEveryLine) {
+    std::string text, entries;
+    for (int i = 0; i < 5000; ++i) {
+        text += "key" + std::to_string(i) + " = value ;c\r\n";
+        entries += "~ <key" + std::to_string(i) + "> <value> <c>\n";
+    }
+    Image img(text);
+    EXPECT_EQ(dumpEntries(img), entries);
+}
+
+TEST(CfgOpen, MissingFileFailsUnlessCreatedEmptyAndCreateKeepsAnExistingFile) {
+    TempDir dir;
+    const std::string path = dir.file("new.ini");
+    ZEM_CfgHandle *h = reinterpret_cast<ZEM_CfgHandle *>(&h);
+    EXPECT_EQ(ZEM_Cfg_init(&h, path.c_str()), -1);
+    EXPECT_EQ(h, nullptr);
+    ASSERT_EQ(ZEM_Cfg_init2(&h, path.c_str(), 1), 0);
+    EXPECT_EQ(h->entryCount, 0u);
+    EXPECT_EQ(h->flags, CFG_LOADED);
+    _cfg_freeimage(h);
+    EXPECT_EQ(_cfg_refresh(h), 1);
+    ZEM_Cfg_done(h);
+    EXPECT_EQ(readFile(path), "");
+    writeFile(path, "[s]\nk=v\n");
+    ASSERT_EQ(ZEM_Cfg_init2(&h, path.c_str(), 1), 0);
+    ZEM_Cfg_done(h);
+    EXPECT_EQ(readFile(path), "[s]\nk=v\n");
+}
+
+long openDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// A blocking open of the FIFO would hang the test rather than fail it.
+TEST(CfgOpen, NonRegularAndHugeFilesAreRefusedWithoutBlockingOrLeakingADescriptor) {
+    TempDir dir;
+    const std::string fifo = dir.file("fifo.ini"), huge = dir.file("4g.ini");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    writeFile(huge, "");
+    ASSERT_EQ(truncate(huge.c_str(), off_t{1} << 32), 0);  // sparse
+    const long before = openDescriptors();
+    ZEM_CfgHandle *h = nullptr;
+    for (const std::string &path : {fifo, huge, dir.path, "/dev/zero"s, "/dev/null"s}) {
+        EXPECT_EQ(ZEM_Cfg_init(&h, path.c_str()), -1) << path;
+        EXPECT_EQ(ZEM_Cfg_init2(&h, path.c_str(), 1), -1) << path;
+        EXPECT_EQ(h, nullptr);
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+// Root reads any file, so the child drops to an unprivileged user first.
+TEST(CfgOpen, UnreadableFileFails) {
+    TempDir dir;
+    writeFile(dir.file("secret.ini"), "[s]\n");
+    ASSERT_EQ(chmod(dir.file("secret.ini").c_str(), 0), 0);
+    ASSERT_EQ(chmod(dir.path.c_str(), 0755), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        if (geteuid() == 0 && (setgroups(0, nullptr) || setgid(65534) || setuid(65534))) {
+            _exit(2);
+        }
+        ZEM_CfgHandle *h = nullptr;
+        _exit(ZEM_Cfg_init(&h, dir.file("secret.ini").c_str()) == -1 && h == nullptr ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+}
+
+const char *const kSample =
+    "; head\ntop = 0\n"
+    "[Database]\nPort = 3306\n  continued\n; note\nName = main\nport = 9\n"
+    "[empty]\n[other]\nx = 1\n[DATABASE]\nlate = 1\n";
+
+TEST(CfgLookup, WalkStepsOverCommentsAndStaysAtTheEndUntilRewound) {
+    Image img(kSample);
+    std::string walk;
+    while (ZEM_Cfg_nextentry(img) == 0) {
+        walk += state(img) + "\n";
+    }
+    EXPECT_EQ(walk,
+              "2 ~ <top> <0>\n1 <Database> ~ ~\n2 <Database> <Port> <3306>\n"
+              "3 <Database> ~ <continued>\n2 <Database> <Name> <main>\n2 <Database> <port> <9>\n"
+              "1 <empty> ~ ~\n1 <other> ~ ~\n2 <other> <x> <1>\n"
+              "1 <DATABASE> ~ ~\n2 <DATABASE> <late> <1>\n");
+    EXPECT_EQ(ZEM_Cfg_nextentry(img), -1);
+    EXPECT_EQ(state(img), "0 <DATABASE> ~ ~ end");
+    ASSERT_EQ(ZEM_Cfg_rewind(img), 0);
+    ASSERT_EQ(ZEM_Cfg_nextentry(img), 0);
+    EXPECT_EQ(state(img), "2 <DATABASE> <top> <0>");
+    Image comments("; only\n;comments\n");
+    EXPECT_EQ(ZEM_Cfg_nextentry(comments), -1);
+    EXPECT_EQ(comments->flags, CFG_LOADED | CFG_AT_END);
+}
+
+// In order on one handle, so each find also has to leave where the last one stopped.
+TEST(CfgLookup, FindSearchesOnlyTheFirstSectionOfANameAndStopsAfterTheMatch) {
+    struct {
+        const char *section, *id;
+        int result;
+        const char *after, *next;
+    } const cases[] = {
+        {"DATABASE", nullptr, 0, "1 <Database> ~ ~", "2 <Database> <Port> <3306>"},
+        {"database", "PORT", 0, "2 <Database> <Port> <3306>", "3 <Database> ~ <continued>"},
+        {"database", "NAME", 0, "2 <Database> <Name> <main>", "2 <Database> <port> <9>"},
+        {"empty", nullptr, 0, "1 <empty> ~ ~", "1 <other> ~ ~"},
+        {"nowhere", nullptr, -1, "0 <DATABASE> ~ ~ end", "0 <DATABASE> ~ ~ end"},
+        {"Database", "late", -1, "1 <empty> ~ ~", "1 <other> ~ ~"},
+        {"database", "continued", -1, "1 <empty> ~ ~", "1 <other> ~ ~"},
+        {"Database", "top", -1, "1 <empty> ~ ~", "1 <other> ~ ~"},
+        {"other", "missing", -1, "1 <DATABASE> ~ ~", "2 <DATABASE> <late> <1>"},
+        {"other", "X", 0, "2 <other> <x> <1>", "1 <DATABASE> ~ ~"},
+    };
+    Image img(kSample);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.section) + " " + show(c.id));
+        EXPECT_EQ(ZEM_Cfg_find(img, c.section, c.id), c.result);
+        EXPECT_EQ(state(img), c.after);
+        ZEM_Cfg_nextentry(img);
+        EXPECT_EQ(state(img), c.next);
+    }
+}
+
+TEST(CfgLookup, UnloadedOrNullHandlesAreRefusedUntilRefreshed) {
+    Image img("[s]\nk=v\n");
+    EXPECT_EQ(ZEM_Cfg_find(img, nullptr, nullptr), -1);
+    _cfg_freeimage(img);
+    for (ZEM_CfgHandle *h : std::initializer_list<ZEM_CfgHandle *>{nullptr, img}) {
+        EXPECT_EQ(ZEM_Cfg_rewind(h), -1);
+        EXPECT_EQ(ZEM_Cfg_nextentry(h), -1);
+        EXPECT_EQ(ZEM_Cfg_find(h, "s", nullptr), -1);
+        EXPECT_EQ(ZEM_Cfg_write(h, "s", "k", "w"), -1);
+        EXPECT_EQ(ZEM_Cfg_commit(h), -1);
+    }
+    EXPECT_EQ(ZEM_Cfg_refresh(nullptr), -1);
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
+    EXPECT_EQ(ZEM_Cfg_find(img, "s", "k"), 0);
+}
+
+TEST(CfgRefresh, KeepsImageAndWalkUnlessTheBytesChangedAndDiscardsEdits) {
+    Image img(kSample);
+    ASSERT_EQ(ZEM_Cfg_find(img, "Database", "Port"), 0);
+    const char *value = img->value;
+    const int64_t time = img->textTime;
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
+    const struct timespec touched[2] = {{time - 100, 0}, {time - 100, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, img.path.c_str(), touched, 0), 0);
+    // Read and digested; the old time stays so the next refresh reads again.
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
+    EXPECT_EQ(img->textTime, time);
+    EXPECT_EQ(img->value, value);
+    ASSERT_EQ(ZEM_Cfg_nextentry(img), 0);
+    EXPECT_EQ(state(img), "3 <Database> ~ <continued>");
+    writeFile(img.path, "[Database]\nPort = 1\n");
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
+    EXPECT_EQ(state(img), "0 ~ ~ ~");
+    EXPECT_EQ(img->cursor, 0u);
+    ASSERT_EQ(ZEM_Cfg_write(img, "Database", "Port", "2"), 0);
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
+    EXPECT_EQ(img->modified, 0);
+    ASSERT_EQ(remove(img.path.c_str()), 0);
+    EXPECT_EQ(ZEM_Cfg_refresh(img), -1);
+    EXPECT_EQ(dumpEntries(img), "<Database> ~ ~ ~\n~ <Port> <1> ~\n");
+}
+
+struct Write {
+    const char *section, *id, *value;
+};
+
+// The file committed after the writes, each of which must succeed.
+std::string edited(const char *text, const std::vector<Write> &writes) {
+    Image img(text);
+    for (const Write &w : writes) {
+        EXPECT_EQ(ZEM_Cfg_write(img, w.section, w.id, w.value), 0);
+    }
+    return img.committed();
+}
+
+const char *const kBase =
+    "; top comment\n[A]\nport = 1\n  cont line\nname=x ;c\n\n;; about B\n[B]\nk = v\n";
+
+TEST(CfgWrite, SetKeepsNameAndCommentAndAddsToTheFirstSectionOfANameBeforeItsLeadOut) {
+    EXPECT_EQ(
+        edited(kBase, {{"a", "PORT", "2"}}),
+        "; top comment\n[A]\nport = 2\n  cont line\nname = x\t;c\n\n;; about B\n[B]\nk = v\n");
+    EXPECT_EQ(edited(kBase, {{"A", "new", "1"}}),
+              "; top comment\n[A]\nport = 1\n  cont line\nname = x\t;c\n;; about B\nnew  = 1\n"
+              "\n[B]\nk = v\n");
+    EXPECT_EQ(edited(kBase, {{"B", "longer", "w"}, {"C", "x", "1"}}),
+              "; top comment\n[A]\nport = 1\n  cont line\nname = x\t;c\n\n;; about B\n[B]\n"
+              "k      = v\nlonger = w\n\n[C]\nx = 1\n");
+    EXPECT_EQ(edited("[A]\na=1\n[B]\n[A]\nk=old\n", {{"A", "k", "new"}}),
+              "[A]\na = 1\nk = new\n\n[B]\n\n[A]\nk = old\n");
+}
+
+TEST(CfgWrite, StringsAreCopiedEvenFromTheValueTheyReplace) {
+    Image img("[s]\nk = v\n");
+    ASSERT_EQ(ZEM_Cfg_write(img, "s", "k", "first"s.c_str()), 0);
+    ASSERT_EQ(ZEM_Cfg_write(img, "t"s.c_str(), "n"s.c_str(), "1"s.c_str()), 0);
+    ASSERT_EQ(ZEM_Cfg_find(img, "s", "k"), 0);
+    ASSERT_EQ(ZEM_Cfg_write(img, "s", "k", img->value), 0);
+    EXPECT_EQ(dumpEntries(img), "<s> ~ ~ ~\n~ <k> <first> ~\n<t> ~ ~ ~\n~ <n> <1> ~\n");
+    EXPECT_EQ(ZEM_Cfg_write(img, nullptr, "k", "v"), -1);
+}
+
+// Nothing to delete leaves the handle unmodified, so the file keeps its own spacing.
+TEST(CfgDelete, KeyOrSectionGoesWithItsAttachedCommentsOnly) {
+    EXPECT_EQ(edited("[A]\n; about\nport = 1\n  cont line\nname = x\n", {{"A", "Port", nullptr}}),
+              "[A]\n  cont line\nname = x\n");
+    EXPECT_EQ(edited("[Z]\nz = 0\n;old = 1\n;; text\n; text\n;\n[A]\na = 1\n  more\n;; into B\n"
+                     "[B]\nb = 2\n",
+                     {{"a", nullptr, nullptr}}),
+              "[Z]\nz = 0\n;old = 1\n\n;; into B\n[B]\nb = 2\n");
+    EXPECT_EQ(edited("; first\n[A]\na = 1\n[B]\nb = 2\n; trailing\n",
+                     {{"A", nullptr, nullptr}, {"B", nullptr, nullptr}}),
+              "; trailing\n");
+    const std::vector<Write> nothing = {
+        {"no", nullptr, nullptr}, {"A", "no", nullptr}, {"no", "k", nullptr}, {"no", nullptr, "v"}};
+    EXPECT_EQ(edited(kBase, nothing), kBase);
+}
+
+TEST(CfgMerge, ReplacesRunsInsertsNewKeysAppendsNewSectionsAndAlwaysMarksModified) {
+    const char *const cases[][3] = {
+        {"[db]\nport = 1\n  old cont\nname = a\n[other]\no = 1\n",
+         "pre = ignored\n[DB]\n; ignored lead\nPort = 2\n  new cont\n  more\nextra = e\n"
+         "[new]\n; kept\nn = 1\n",
+         "[db]\nPort  = 2\n  new cont\n  more\nname  = a\nextra = e\n\n[other]\no = 1\n"
+         "\n[new]\n; kept\nn = 1\n"},
+        {"", "[a]\nx = 1\n[b]\ny = 2\n", "[a]\nx = 1\n\n[b]\ny = 2\n"},
+        {"[a]\nx=1\n", "; nothing\n", "[a]\nx = 1\n"},
+    };
+    for (const auto &[target, source, file] : cases) {
+        SCOPED_TRACE(source);
+        Image into(target), from(source);
+        ASSERT_EQ(cfg_merge(into, from), 0);
+        EXPECT_EQ(from->modified, 0);
+        EXPECT_EQ(into.committed(), file);
+    }
+}
+
+TEST(CfgLayout, EveryEntryKindAndTheSeparatorRuleButOnlyOnceModified) {
+    const char *const rows[][4] = {
+        {nullptr, "long_key", "1", nullptr},  // before any header: width 0
+        {nullptr, "k", "2", nullptr},           {nullptr, nullptr, nullptr, ";; file header"},
+        {"first", nullptr, nullptr, "note"},    {nullptr, "a", "1", "c"},
+        {nullptr, "abcde", "", nullptr},        {nullptr, nullptr, "value line", "vc"},
+        {nullptr, "novalue", nullptr, nullptr}, {nullptr, "novalue", nullptr, "shown as comment"},
+        {nullptr, nullptr, nullptr, nullptr},   {nullptr, nullptr, nullptr, "port = 1111"},
+        {"second", nullptr, nullptr, nullptr},  {nullptr, nullptr, nullptr, "; key note"},
+        {nullptr, "k", "v", nullptr},           {nullptr, nullptr, nullptr, ""},
+        {nullptr, nullptr, nullptr, " lead"},   {nullptr, nullptr, nullptr, nullptr},
+        {"third", nullptr, nullptr, nullptr},   {nullptr, nullptr, nullptr, ";last"},
+    };
+    Image img("");
+    for (const auto &r : rows) {
+        ASSERT_EQ(ZEM_Cfg_storeentry(img, r[0], r[1], r[2], r[3], r[0] == nullptr), 0);
+    }
+    EXPECT_EQ(img->entries[3].section, rows[3][0]);  // stored without copying
+    EXPECT_EQ(img->entries[4].flags, CFG_OWNS_ID | CFG_OWNS_VALUE | CFG_OWNS_COMMENT);
+    EXPECT_EQ(ZEM_Cfg_find(img, "first", "novalue"), -1);
+    EXPECT_EQ(img.committed(), "");  // stored entries alone are never written
+    img->modified = 1;
+    EXPECT_EQ(img.committed(),
+              "long_key = 1\nk = 2\n;;; file header\n"
+              "[first]\t;note\na       = 1\t;c\nabcde   = \n  value line\t;vc\n"
+              "\n;shown as comment\n\n;port = 1111\n"
+              "\n[second]\n;; key note\nk = v\n"
+              "\n;\n; lead\n\n[third]\n;;last\n");
+}
+
+TEST(CfgCommit, RefreshRecognisesTheCommittedFileAndNoDescriptorIsLeftOpen) {
+    const long before = openDescriptors();
+    Image img("[s]\nk = 1\n");
+    ASSERT_EQ(ZEM_Cfg_write(img, "s", "k", "changed"), 0);
+    EXPECT_EQ(img.committed(), "[s]\nk = changed\n");
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
+    EXPECT_EQ(dumpEntries(img), "<s> ~ ~ ~\n~ <k> <changed> ~\n");
+    writeFile(img.path, "[s]\nk = other\n");
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(CfgCommit, UnopenableFileIsNotReportedAndStaysModified) {
+    Image img("[s]\nk = 1\n");
+    std::filesystem::remove_all(img.dir.path);
+    ASSERT_EQ(ZEM_Cfg_write(img, "s", "k", "2"), 0);
+    EXPECT_EQ(ZEM_Cfg_commit(img), 0);
+    EXPECT_EQ(img->modified, 1);
+    EXPECT_FALSE(std::filesystem::exists(img.path));
+}
+
+// "k = " and the value: 4,095 bytes fit the line buffer, 4,096 end the process.
+TEST(CfgCommitDeathTest, LinesUpTo4095BytesAreWrittenAndLongerOnesEndTheProcess) {
+    const std::string value(4091, 'v');
+    EXPECT_EQ(edited("[s]\n", {{"s", "k", value.c_str()}}), "[s]\nk = " + value + "\n");
+    Image img("[s]\n");
+    ASSERT_EQ(ZEM_Cfg_write(img, "s", "k", (value + "v").c_str()), 0);
+    EXPECT_DEATH(ZEM_Cfg_commit(img), "configuration line of 4096 bytes exceeds the limit");
+}
+
+}  // namespace
