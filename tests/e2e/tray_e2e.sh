@@ -1,13 +1,12 @@
 #!/usr/bin/env bash
-# End-to-end test in a real tray: a private Xvfb, the trayer tray host, the
-# real monitor on a copy of the demo installation and the stand-in server,
-# all driven with xdotool. The screenshots stay in the directory printed last
-# on failure, and with CORVANTA_E2E_KEEP=1 on success too.
 # Usage: tray_e2e.sh CORVANTA_MONITOR CORVANTA_STANDIN
+# The real monitor in the trayer tray host on a private Xvfb, on a copy of the
+# demo installation with the stand-in server, driven with xdotool. Screenshots
+# stay in the directory printed last on failure (always: CORVANTA_E2E_KEEP=1).
 set -euo pipefail
 monitor=$(realpath "$1")
 here=$(cd "$(dirname "$0")" && pwd)
-for tool in Xvfb trayer xdotool xwininfo import; do
+for tool in Xvfb trayer xdotool import; do
     command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
 done
 work=$(mktemp -d "${TMPDIR:-/tmp}/corvanta-e2e.XXXXXX")
@@ -16,14 +15,12 @@ source "$here/xsession.sh"
 home=$work/installation
 lock=$home/database/corvanta.lck
 entry=$work/config/autostart/corvanta-monitor.desktop
-monitor_pid=
-ok=0
-step=setup
+monitor_pid='' ok=0 step=setup
 
 cleanup() {
     local status=$? proc
     [[ -z $monitor_pid ]] || kill "$monitor_pid" 2>/dev/null || true
-    # Stand-ins run in sessions of their own: find this test's by directory.
+    # Stand-ins run in sessions of their own and outlive the monitor.
     for proc in /proc/[0-9]*; do
         if [[ $(readlink "$proc/exe" 2>/dev/null) == "$home/bin/corvanta" ]]; then
             kill -9 "${proc#/proc/}" 2>/dev/null || true
@@ -52,12 +49,9 @@ confirm() {
     xdotool key Return # the default button: Start or Stop
 }
 lock_pid() { tr -dc 0-9 2>/dev/null <"$lock" | head -c 10; }
-server_runs() {
-    local pid
-    pid=$(lock_pid) && [[ -n $pid && $(readlink "/proc/$pid/exe") == "$home/bin/corvanta" ]]
-}
-server_gone() { ! kill -0 "$server_pid" 2>/dev/null || [[ $(ps -o stat= -p "$server_pid") == Z* ]]; }
+server_runs() { [[ $(readlink "/proc/$(lock_pid)/exe") == "$home/bin/corvanta" ]]; }
 monitor_gone() { ! kill -0 "$monitor_pid" 2>/dev/null; }
+server_gone() { ! kill -0 "$server_pid" 2>/dev/null || [[ $(ps -o stat= -p "$server_pid") == Z* ]]; }
 
 cp -R "$here/../../examples/installation" "$home"
 cp "$2" "$home/bin/corvanta"
@@ -70,17 +64,18 @@ chmod +x "$work/fakebin/xdg-open"
 instances=$(cd "$home" && printf '%s\n' */corvanta.ini | LC_ALL=C sort)
 count=$(wc -l <<<"$instances")
 position=$(grep -nx 'database/corvanta.ini' <<<"$instances" | cut -d: -f1)
+[[ -n $position ]] || fail "the demo installation has no default instance"
 
 step=session
 xs_start || fail "X session"
 export HOME=$work/home XDG_RUNTIME_DIR=$work/runtime CORVANTA_HOME=$home
-PATH="$work/fakebin:$PATH" XDG_CONFIG_HOME="$work/config" LANGUAGE= LC_ALL=C.UTF-8 \
+PATH="$work/fakebin:$PATH" XDG_CONFIG_HOME="$work/config" LANGUAGE='' LC_ALL=C.UTF-8 \
     "$monitor" >"$work/monitor.log" 2>&1 &
 monitor_pid=$!
 xs_wait 10 xs_tray_icon >/dev/null || fail "the tray icon did not appear"
 xs_screenshot tray
 
-step=second-launch # leaves the first alone and says why on one line
+step='second-launch' # leaves the first alone and says why on one line
 second=$(timeout 10 "$monitor" 2>&1 >/dev/null) || fail "exit status $?: $second"
 [[ -n $second && $second != *$'\n'* ]] || fail "it said: $second"
 kill -0 "$monitor_pid" || fail "the first monitor died"
@@ -96,11 +91,11 @@ choose Down $((count + 2))
 xs_wait 5 grep -q . "$work/opened" || fail "nothing was opened"
 [[ $(cat "$work/opened") == "http://localhost:8890/kelvarine/" ]] || fail "opened $(cat "$work/opened")"
 
-step=login-on # from the bottom: quit, then the login item
+step='login-on' # from the bottom: quit, then the login item
 choose Up 2
 xs_wait 5 test -f "$entry" || fail "no autostart entry"
 grep -qx "Exec=\"$monitor\"" "$entry" || fail "autostart entry: $(cat "$entry")"
-step=login-off
+step='login-off'
 choose Up 2
 xs_wait 5 test ! -e "$entry" || fail "the autostart entry stayed"
 

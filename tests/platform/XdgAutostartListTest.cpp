@@ -29,12 +29,8 @@ protected:
         ASSERT_TRUE(f.open(QIODevice::WriteOnly));
         f.write(text);
     }
-    QByteArray readEntry(const QString &name) {
-        QFile f(dir() + "/" + name);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-    }
-    QStringList files() const {
-        return QDir(dir()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    static QStringList entries(const QString &dir) {
+        return QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
     }
     static QByteArray execEntry(const QByteArray &exec, const QByteArray &extra = {}) {
         return "[Desktop Entry]\nType=Application\nExec=" + exec + "\n" + extra;
@@ -51,16 +47,12 @@ protected:
     }
 };
 
-TEST_F(XdgAutostartListTest, PackageRootIsTheCleanedDirectoryAboveTheExecutable) {
-    const std::pair<const char *, const char *> cases[] = {
-        {"/opt/corvanta/bin/corvanta-monitor", "file:///opt/corvanta"},
-        {"/opt/./x/../corvanta//bin/m", "file:///opt/corvanta"},
-        {"/usr/bin/m", "file:///usr"},
-        {"/m", "file:///"},
-    };
-    for (const auto &[exe, root] : cases) {
-        EXPECT_EQ(XdgAutostartList::packageRootUrl(exe).toString(), root) << exe;
+TEST(XdgAutostartListRootTest, PackageRootIsTheCleanedDirectoryAboveTheExecutable) {
+    QStringList roots;
+    for (const char *exe : {"/opt/./x/../corvanta//bin/corvanta-monitor", "/usr/bin/m", "/m"}) {
+        roots << XdgAutostartList::packageRootUrl(exe).toString();
     }
+    EXPECT_EQ(roots, (QStringList{"file:///opt/corvanta", "file:///usr", "file:///"}));
 }
 
 TEST_F(XdgAutostartListTest, ListsDesktopFilesInNameOrderAndResolvesOnlyUsableEntries) {
@@ -103,8 +95,10 @@ TEST_F(XdgAutostartListTest, InsertCreatesTheDirectoryAndWritesAQuotedEntryAtomi
     XdgAutostartList list(dir(), exe);
     EXPECT_EQ(describe(list), "");  // no directory yet: no login items
     ASSERT_TRUE(list.insertFirst(XdgAutostartList::packageRootUrl(exe)));
-    EXPECT_EQ(files(), QStringList{"corvanta-monitor.desktop"});  // no temporary left
-    EXPECT_EQ(readEntry("corvanta-monitor.desktop"),
+    EXPECT_EQ(entries(dir()), QStringList{"corvanta-monitor.desktop"});  // no temporary left
+    QFile entry(dir() + "/corvanta-monitor.desktop");
+    ASSERT_TRUE(entry.open(QIODevice::ReadOnly));
+    EXPECT_EQ(entry.readAll(),
               "[Desktop Entry]\nType=Application\nName=Corvanta Monitor\n"
               "Comment=Watches the local Corvanta database servers\nExec=\"" +
                   QFile::encodeName(tmp.path()) +
@@ -116,23 +110,29 @@ TEST_F(XdgAutostartListTest, InsertCreatesTheDirectoryAndWritesAQuotedEntryAtomi
                                   root(tmp.path() + "/my \"pkg\" $HOME \\ 100%\t`x`\nend") + "\n");
 }
 
-TEST_F(XdgAutostartListTest, InsertSkipsNamesOfOtherProgramsAndRewritesItsOwnSwitchedOffEntry) {
+TEST_F(XdgAutostartListTest, OwnEntryIsNumberedPastOthersRewrittenWhenOffAndRemovedAlone) {
     const QString exe = makeProgram(tmp.path() + "/pkg");
-    const QByteArray foreign = execEntry(QFile::encodeName(makeProgram(tmp.path() + "/other")));
-    writeEntry("corvanta-monitor.desktop", foreign);
+    const QUrl pkg(root(tmp.path() + "/pkg"));
+    writeEntry("corvanta-monitor.desktop",
+               execEntry(QFile::encodeName(makeProgram(tmp.path() + "/other"))));
     writeEntry("corvanta-monitor-2.desktop", "junk");
     XdgAutostartList list(dir(), exe);
-    ASSERT_TRUE(list.insertFirst(QUrl(root(tmp.path() + "/pkg"))));
-    const QString listing = "corvanta-monitor-2.desktop -> -\ncorvanta-monitor-3.desktop -> " +
-                            root(tmp.path() + "/pkg") + "\ncorvanta-monitor.desktop -> " +
-                            root(tmp.path() + "/other") + "\n";
-    EXPECT_EQ(describe(list), listing);
-    EXPECT_EQ(readEntry("corvanta-monitor.desktop"), foreign);
-    EXPECT_EQ(readEntry("corvanta-monitor-2.desktop"), "junk");
+    ASSERT_TRUE(list.insertFirst(pkg));
+    const QString junk = "corvanta-monitor-2.desktop -> -\n";
+    const QString own = "corvanta-monitor-3.desktop -> " + pkg.toString() + "\n";
+    const QString other = "corvanta-monitor.desktop -> " + root(tmp.path() + "/other") + "\n";
+    EXPECT_EQ(describe(list), junk + own + other);
 
     writeEntry("corvanta-monitor-3.desktop", execEntry(QFile::encodeName(exe), "Hidden=true\n"));
-    ASSERT_TRUE(list.insertFirst(QUrl(root(tmp.path() + "/pkg"))));
-    EXPECT_EQ(describe(list), listing);
+    ASSERT_TRUE(list.insertFirst(pkg));
+    EXPECT_EQ(describe(list), junk + own + other);
+
+    const LoginItem item = list.snapshot()->at(1);
+    ASSERT_TRUE(list.remove(item));
+    EXPECT_FALSE(list.remove(item));
+    EXPECT_FALSE(list.remove(LoginItem{"../autostart/corvanta-monitor-2.desktop", {}}));
+    EXPECT_FALSE(list.remove(LoginItem{"", {}}));
+    EXPECT_EQ(describe(list), junk + other);
 }
 
 TEST_F(XdgAutostartListTest, UnreadableDirectoryFailsCleanly) {
@@ -141,37 +141,7 @@ TEST_F(XdgAutostartListTest, UnreadableDirectoryFailsCleanly) {
     XdgAutostartList list(dir(), "/x/bin/y");
     EXPECT_EQ(describe(list), "<unreadable> -> -\n");
     EXPECT_FALSE(list.insertFirst(QUrl("file:///x")));
-    EXPECT_EQ(QDir(tmp.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
-              QStringList{"config"});
-}
-
-TEST_F(XdgAutostartListTest, RemoveDeletesOnlyTheGivenEntry) {
-    const QString exe = makeProgram(tmp.path() + "/pkg");
-    writeEntry("a.desktop", execEntry(QFile::encodeName(exe)));
-    writeEntry("b.desktop", execEntry(QFile::encodeName(exe)));
-    XdgAutostartList list(dir(), exe);
-    const auto items = list.snapshot();
-    ASSERT_TRUE(items && items->size() == 2);
-    ASSERT_TRUE(list.remove(items->at(0)));
-    EXPECT_FALSE(list.remove(items->at(0)));
-    EXPECT_FALSE(list.remove(LoginItem{"../autostart/b.desktop", {}}));
-    EXPECT_FALSE(list.remove(LoginItem{"", {}}));
-    EXPECT_EQ(files(), QStringList{"b.desktop"});
-}
-
-TEST_F(XdgAutostartListTest, DefaultDirectoryFollowsAnAbsoluteXdgConfigHome) {
-    const QByteArray savedConfig = qgetenv("XDG_CONFIG_HOME");
-    const QByteArray savedHome = qgetenv("HOME");
-    qputenv("HOME", "/home/someone");
-    QStringList dirs;
-    for (const char *config : {"/cfg/", "relative/cfg", ""}) {
-        qputenv("XDG_CONFIG_HOME", config);
-        dirs << XdgAutostartList::defaultDirectory();
-    }
-    EXPECT_EQ(dirs, (QStringList{"/cfg/autostart", "/home/someone/.config/autostart",
-                                 "/home/someone/.config/autostart"}));
-    qputenv("HOME", savedHome);
-    qputenv("XDG_CONFIG_HOME", savedConfig);
+    EXPECT_EQ(entries(tmp.path()), QStringList{"config"});
 }
 
 }  // namespace
