@@ -1,222 +1,134 @@
-#include "registry/CorvantaInstance.h"
-
-#include "ServerFixture.h"
-#include "TestSupport.h"
-
-#include <gtest/gtest.h>
-
-#include <signal.h>
-#include <unistd.h>
+#include "Support.h"
 
 using namespace testing_support;
 
-// Records come from the manager, which runs isValid before any refresh; only
-// then is the lock file's path known.
-class Refresh : public ServerFixture {
-protected:
-    void SetUp() override {
-        ServerFixture::SetUp();
-        ASSERT_TRUE(instance.isValid());
-    }
-    CorvantaInstance instance{dir};
+namespace {
+
+// What the lock file holds at the refresh, and which pid the record ends with.
+enum Pid { Absent, Garbage, Zero, Known, Other, Dead, Init, Self };
+
+struct Transition {
+    const char *name;
+    qint32 from;
+    bool alive;  // the record's known server process, if it has one
+    Pid lock;
+    bool ini;
+    qint32 status;
+    Pid pid;
+    qint32 entry;
+    const char *log;  // $L lock file, $K known pid, $O other pid
 };
 
-TEST_F(Refresh, NoLockFileIsStoppedSilently) {
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusStopped);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-    EXPECT_EQ(instance.pid(), 0);
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusStopped);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusUnchanged);
-    EXPECT_TRUE(log.lines().isEmpty());
-}
+constexpr qint32 Unknown = ServerStatusUnknown, Stopped = ServerStatusStopped,
+                 Starting = ServerStatusStarting, Running = ServerStatusRunning,
+                 Stopping = ServerStatusStopping, Unchanged = EntryStatusUnchanged,
+                 Changed = EntryStatusChanged, Invalid = EntryStatusInvalid;
+constexpr const char *kMalformed = "Malformed .lck file $L";
+constexpr const char *kStale = "stale .lck file detected: $L";
+constexpr const char *kDifferent = "pid value from .lck file is different (expected $K, got $O)";
 
-TEST_F(Refresh, MalformedLockFileIsStoppedWithItsMessage) {
-    instance.refresh();
-    writeFile(lock, "abc");
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusStopped);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusUnchanged);
-    EXPECT_EQ(instance.pid(), 0);
-    EXPECT_EQ(log.lines(), QStringList({"Malformed .lck file " + lock}));
-}
+const Transition kTransitions[] = {
+    {"StoppingAlive", Stopping, true, Absent, true, Stopping, Known, Changed, ""},
+    {"StartingNoLock", Starting, true, Absent, true, Starting, Known, Changed, ""},
+    {"StartingZero", Starting, true, Zero, true, Starting, Known, Changed, ""},
+    {"StartingMalformed", Starting, true, Garbage, true, Starting, Known, Changed, kMalformed},
+    {"StartingConfirmed", Starting, true, Known, true, Running, Known, Changed, ""},
+    {"StartingOtherPid", Starting, true, Other, true, Running, Other, Changed, kDifferent},
+    {"StartingDied", Starting, false, Absent, true, Stopped, Absent, Changed, ""},
+    {"RunningAlive", Running, true, Garbage, false, Running, Known, Unchanged, ""},
+    {"RunningGoneNoIni", Running, false, Absent, false, Stopped, Absent, Invalid, ""},
+    {"RunningGoneStale", Running, false, Known, true, Stopped, Known, Changed, kStale},
+    {"RunningReplaced", Running, false, Other, true, Running, Other, Unchanged, ""},
+    {"StoppingGone", Stopping, false, Absent, true, Stopped, Absent, Changed, ""},
+    {"StoppingReplaced", Stopping, false, Other, true, Running, Other, Changed, ""},
+    {"FreshNoLock", Unknown, false, Absent, true, Stopped, Absent, Changed, ""},
+    {"FreshLive", Unknown, false, Other, true, Running, Other, Changed, ""},
+    {"FreshStale", Unknown, false, Dead, true, Stopped, Dead, Changed, kStale},
+    {"StoppedNoLock", Stopped, false, Absent, true, Stopped, Absent, Unchanged, ""},
+    {"StoppedMalformed", Stopped, false, Garbage, true, Stopped, Absent, Unchanged, kMalformed},
+    {"StoppedStale", Stopped, false, Dead, true, Stopped, Dead, Unchanged, kStale},
+    {"StoppedNoIni", Stopped, false, Absent, false, Stopped, Absent, Invalid, ""},
+    {"StoppedStaleNoIni", Stopped, false, Dead, false, Stopped, Dead, Invalid, kStale},
+    {"InitIsNoServer", Stopped, false, Init, true, Stopped, Init, Unchanged, kStale},
+    {"MonitorIsNoServer", Stopped, false, Self, true, Stopped, Self, Unchanged, kStale},
+};
 
-TEST_F(Refresh, StaleLockFileKeepsItsPidAndIsReportedEachTime) {
-    const pid_t dead = deadPid();
-    writeFile(lock, QByteArray::number(dead) + "\n");
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusStopped);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-    EXPECT_EQ(instance.pid(), dead);
-    instance.refresh();
-    EXPECT_EQ(instance.entryStatus(), EntryStatusUnchanged);
-    EXPECT_EQ(readFile(lock), QByteArray::number(dead) + "\n");  // never touched
-    const QString stale = "stale .lck file detected: " + lock;
-    EXPECT_EQ(log.lines(), QStringList({stale, stale}));
-}
+}  // namespace
 
-TEST_F(Refresh, StoppedInstanceWithoutIniBecomesInvalid) {
-    CorvantaInstance &withStaleLock = instance;
-    CorvantaInstance withoutLock(dir + "/");
-    ASSERT_TRUE(withoutLock.isValid());
-    writeFile(lock, QByteArray::number(deadPid()));
-    ::unlink((dir + "/corvanta.ini").toUtf8().constData());
-    withStaleLock.refresh();
-    EXPECT_EQ(withStaleLock.serverStatus(), ServerStatusStopped);
-    EXPECT_EQ(withStaleLock.entryStatus(), EntryStatusInvalid);
-    ::unlink(lock.toUtf8().constData());
-    withoutLock.refresh();
-    EXPECT_EQ(withoutLock.serverStatus(), ServerStatusStopped);
-    EXPECT_EQ(withoutLock.entryStatus(), EntryStatusInvalid);
-}
-
-TEST_F(Refresh, LockFileNamingALiveProcessIsRunning) {
-    // Also the case of a stale lock file whose pid an unrelated process took.
-    Sleeper unrelated;
-    writeFile(lock, QByteArray::number(unrelated.pid()));
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusRunning);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-    EXPECT_EQ(instance.pid(), unrelated.pid());
-    // Known live pid: the lock file is no longer consulted.
-    writeFile(lock, "garbage");
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusRunning);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusUnchanged);
-    EXPECT_TRUE(log.lines().isEmpty());
-}
-
-TEST_F(Refresh, ServerStartedElsewhereIsSeenAndItsStopNoticed) {
-    const pid_t pid = startStandinDirectly(dir, {{"CORVANTA_STANDIN_PORT", "0"}});
-    server.reset(pid);
-    ASSERT_TRUE(refreshUntil(instance, ServerStatusRunning));
-    EXPECT_EQ(instance.pid(), pid);
-    ::kill(pid, SIGTERM);
-    ASSERT_TRUE(refreshUntil(instance, ServerStatusStopped));
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-    EXPECT_EQ(instance.pid(), 0);  // the stand-in removed its lock file
-    EXPECT_TRUE(log.lines().isEmpty());
-}
-
-TEST_F(Refresh, RunningServerKeepsItsInstanceAfterTheIniIsDeleted) {
-    const pid_t pid = startStandinDirectly(dir, {{"CORVANTA_STANDIN_PORT", "0"}});
-    server.reset(pid);
-    ASSERT_TRUE(refreshUntil(instance, ServerStatusRunning));
-    ::unlink((dir + "/corvanta.ini").toUtf8().constData());
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusRunning);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusUnchanged);
-    ::kill(pid, SIGTERM);
-    ASSERT_TRUE(refreshUntil(instance, ServerStatusStopped));
-    EXPECT_EQ(instance.entryStatus(), EntryStatusInvalid);
-}
-
-TEST_F(Refresh, StartingServerWaitsForAUsableLockFile) {
-    ScopedEnv delay("CORVANTA_STANDIN_LOCK_DELAY_MS", QStringLiteral("600000"));
-    ASSERT_TRUE(instance.startup());
-    server.reset(instance.pid());
-    const qint32 launched = instance.pid();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusStarting);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-
-    // Stays starting, entry status untouched, while the lock file gives 0.
-    instance.refresh();
-    writeFile(lock, "not yet");
-    instance.refresh();
-    writeFile(lock, "0");
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusStarting);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-    EXPECT_EQ(instance.pid(), launched);
-    EXPECT_EQ(log.lines(), QStringList({"Malformed .lck file " + lock}));
-
-    writeFile(lock, QByteArray::number(launched));
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusRunning);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-    EXPECT_EQ(instance.pid(), launched);
-    EXPECT_EQ(log.lines().size(), 1);
-}
-
-TEST_F(Refresh, StartingServerTakesTheLockFilesPidWhenItDiffers) {
-    ScopedEnv delay("CORVANTA_STANDIN_LOCK_DELAY_MS", QStringLiteral("600000"));
-    Sleeper other;
-    ASSERT_TRUE(instance.startup());
-    server.reset(instance.pid());
-    const qint32 launched = instance.pid();
-    writeFile(lock, QByteArray::number(other.pid()));
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusRunning);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-    EXPECT_EQ(instance.pid(), other.pid());
-    EXPECT_EQ(log.lines(), QStringList({QStringLiteral("pid value from .lck file is different "
-                                                       "(expected %1, got %2)")
-                                            .arg(launched)
-                                            .arg(other.pid())}));
-}
-
-TEST_F(Refresh, StoppingServerStaysStoppingUntilItsProcessIsGone) {
-    ScopedEnv ignore("CORVANTA_STANDIN_IGNORE_TERM", QStringLiteral("1"));
-    ASSERT_TRUE(instance.startup());
-    server.reset(instance.pid());
-    ASSERT_TRUE(refreshUntil(instance, ServerStatusRunning));
-    ASSERT_TRUE(instance.shutdown());
-    EXPECT_EQ(instance.serverStatus(), ServerStatusStopping);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-
-    // Ignored signal 15: still alive, and the lock file's absence changes nothing.
-    ::unlink(lock.toUtf8().constData());
-    instance.refresh();
-    instance.refresh();
-    EXPECT_EQ(instance.serverStatus(), ServerStatusStopping);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-    EXPECT_FALSE(instance.shutdown());  // no second signal
-    EXPECT_FALSE(instance.startup());
-
-    ::kill(instance.pid(), SIGKILL);
-    ASSERT_TRUE(refreshUntil(instance, ServerStatusStopped));
-    EXPECT_EQ(instance.pid(), 0);
-    EXPECT_TRUE(log.lines().isEmpty());
-}
-
-TEST_F(Refresh, InitAndTheMonitorItselfAreNeverARunningServer) {
-    EXPECT_FALSE(instance.isRunning(0));
-    EXPECT_FALSE(instance.isRunning(1));
-    EXPECT_FALSE(instance.isRunning(-1));
-    EXPECT_FALSE(instance.isRunning(::getpid()));
-    for (const pid_t pid : {pid_t(1), ::getpid()}) {
-        log.clear();
-        writeFile(lock, QByteArray::number(pid));
-        instance.refresh();
-        EXPECT_EQ(instance.serverStatus(), ServerStatusStopped);
-        EXPECT_FALSE(instance.shutdown());
-        EXPECT_EQ(log.lines().value(0), "stale .lck file detected: " + lock);
+class Refresh : public InstanceTest, public ::testing::WithParamInterface<Transition> {
+protected:
+    // Brings the record into `status`, with the stand-in as its server.
+    void reach(qint32 status) {
+        if (status == Stopped)
+            instance.refresh();
+        if (status < Starting)
+            return;
+        ScopedEnv delay("CORVANTA_STANDIN_LOCK_DELAY_MS", status == Starting ? "600000" : "");
+        ScopedEnv ignore("CORVANTA_STANDIN_IGNORE_TERM", status == Stopping ? "1" : "");
+        ASSERT_TRUE(instance.startup());
+        server.pid = instance.pid();
+        ASSERT_TRUE(status == Starting || refreshUntil(Running));
+        ASSERT_TRUE(status != Stopping || instance.shutdown());
     }
+};
+
+TEST_P(Refresh, FollowsTheTransitionTableAndRefusesStartOrStopOutOfTurn) {
+    const Transition &row = GetParam();
+    ASSERT_NO_FATAL_FAILURE(reach(row.from));
+    ASSERT_EQ(instance.serverStatus(), row.from);
+    const qint32 known = instance.pid();
+    EXPECT_FALSE(row.from >= Starting && instance.startup());
+    EXPECT_FALSE(row.from != Unknown && row.from != Running && instance.shutdown());
+    if (!row.alive && known != 0) {
+        ::kill(known, SIGKILL);
+        siginfo_t info;
+        ::waitid(P_PID, id_t(known), &info, WEXITED | WNOWAIT);  // a zombie, left to refresh
+    }
+
+    ProcessGuard other{forkSleeper()};
+    const pid_t dead = deadPid();
+    const auto pidOf = [&](Pid pid) -> qint32 {
+        const qint32 pids[] = {0, 0, 0, known, other.pid, dead, 1, ::getpid()};
+        return pids[pid];
+    };
+    removePath(lock);
+    const QByteArray content =
+        row.lock == Garbage ? "garbage" : QByteArray::number(pidOf(row.lock));
+    if (row.lock != Absent)
+        writeFile(lock, content);
+    if (!row.ini)
+        removePath(dir + "/corvanta.ini");
+    log.lines.clear();
+    instance.refresh();
+
+    EXPECT_EQ(instance.serverStatus(), row.status);
+    EXPECT_EQ(instance.pid(), pidOf(row.pid));
+    EXPECT_EQ(instance.entryStatus(), row.entry);
+    EXPECT_EQ(log.lines.join('\n'), QString(row.log)
+                                        .replace("$L", lock)
+                                        .replace("$K", QString::number(known))
+                                        .replace("$O", QString::number(other.pid)));
+    EXPECT_EQ(readFile(lock), row.lock == Absent ? "" : content);  // never rewritten
 }
 
-TEST(SetStatus, RecordsWhetherTheStatusChanged) {
-    CorvantaInstance instance("/nowhere");
-    instance.setStatus(ServerStatusRunning);
-    EXPECT_EQ(instance.serverStatus(), ServerStatusRunning);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
-    instance.setStatus(ServerStatusRunning);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusUnchanged);
-    instance.setStatus(ServerStatusStopped);
-    EXPECT_EQ(instance.entryStatus(), EntryStatusChanged);
+INSTANTIATE_TEST_SUITE_P(Transitions, Refresh, ::testing::ValuesIn(kTransitions),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+TEST(IsRunning, NoProcessIdBelowOneIsEverRunning) {
+    EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(0));
+    EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(-1));  // kill(-1, 0) reaches everything
 }
 
 TEST(CanStart, NeedsReadAndWritePermissionOnTheDirectory) {
     TempDir tmp;
-    makeDir(tmp / "readonly");
-    makeDir(tmp / "open");
-    ::chmod((tmp / "readonly").toUtf8().constData(), 0555);
-    ::chmod((tmp / "open").toUtf8().constData(), 0777);
-    const std::string answer = runUnprivileged([&] {
-        return std::to_string(CorvantaInstance(tmp / "readonly").canStart()) +
-               std::to_string(CorvantaInstance(tmp / "open").canStart()) +
-               std::to_string(CorvantaInstance(tmp / "missing").canStart());
-    });
+    makeDir(tmp / "readonly", 0555);
+    makeDir(tmp / "open", 0777);
+    const std::string answer = runInChild(
+        [&] {
+            return std::to_string(CorvantaInstance(tmp / "readonly").canStart()) +
+                   std::to_string(CorvantaInstance(tmp / "open").canStart()) +
+                   std::to_string(CorvantaInstance(tmp / "missing").canStart());
+        },
+        true);
     EXPECT_EQ(answer, "010");
-    ::chmod((tmp / "readonly").toUtf8().constData(), 0755);
 }

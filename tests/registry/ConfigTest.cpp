@@ -1,0 +1,199 @@
+#include "registry/Paths.h"
+
+#include "Support.h"
+
+using namespace testing_support;
+
+namespace {
+
+// The lock-file path a record derived, found by planting the number 7 at each candidate.
+QString lockPathOf(CorvantaInstance &instance, const QStringList &candidates) {
+    for (const QString &candidate : candidates) {
+        writeFile(candidate, "7");
+        const bool found = instance.pidValueFromLockFile() == 7;
+        removePath(candidate);
+        if (found)
+            return candidate;
+    }
+    return {};
+}
+
+}  // namespace
+
+TEST(InstanceNames, DefaultOnlyForTheExactNameDatabaseAndNothingProbedYet) {
+    const char *rows[][3] = {
+        {"/anywhere/else/database", "Default Instance", "database"},
+        {"/opt/database/", "Default Instance", "database"},
+        {"/opt/Database", "Instance 'Database'", "Database"},
+        {"/opt/database2", "Instance 'database2'", "database2"},
+        {"/opt/sales//", "Instance 'sales'", "sales"},
+    };
+    for (const auto &row : rows) {
+        const CorvantaInstance instance(row[0]);
+        EXPECT_EQ(instance.isDefault(), instance.displayName() == "database") << row[0];
+        EXPECT_EQ(instance.instanceName(), row[1]);
+        EXPECT_EQ(instance.displayName(), row[2]);
+        EXPECT_EQ(instance.directory(), row[0]);
+        EXPECT_EQ(instance.entryStatus(), EntryStatusNew);
+        EXPECT_EQ(instance.serverStatus(), ServerStatusUnknown);
+        EXPECT_EQ(instance.pidValueFromLockFile(), 0);
+    }
+}
+
+using ConfigProbe = InstanceTest;
+
+TEST_F(ConfigProbe, OnlyARegularIniReachedThroughTheDirectoryMakesItValid) {
+    EXPECT_EQ(lockPathOf(instance, {lock}), lock);
+    EXPECT_EQ(instance.logFile(), std::nullopt);  // not created yet
+    writeFile(dir + "/corvanta.log", "");
+    EXPECT_EQ(instance.logFile(), dir + "/corvanta.log");
+
+    makeDir(tmp / "empty");
+    makeDir(tmp / "linked");
+    makeLink(dir + "/corvanta.ini", tmp / "linked/corvanta.ini");
+    makeDir(tmp / "dir");
+    makeDir(tmp / "dir/corvanta.ini");
+    makeLink(dir, tmp / "via-link");
+    for (const char *name : {"empty", "nothing", "linked", "dir"})
+        EXPECT_FALSE(CorvantaInstance(tmp / name).isValid()) << name;
+    CorvantaInstance viaLink(tmp / "via-link");
+    EXPECT_TRUE(viaLink.isValid());
+    EXPECT_EQ(lockPathOf(viaLink, {lock}), lock);
+    const QString real = Paths::resolveSymlinks(tmp.path());
+    EXPECT_EQ(log.lines, QStringList({real + "/linked/corvanta.ini is not a regular file - skipped",
+                                      real + "/dir/corvanta.ini is not a regular file - skipped"}));
+}
+
+TEST_F(ConfigProbe, OnlyTheFirstDatabaseSectionCountsAndKeysIgnoreCase) {
+    makeDir(dir + "/logs");
+    writeFile(dir + "/logs/server.log", "");
+    makeInstance(tmp / "b",
+                 "[other]\nlockfile = /wrong/other.lck\n"
+                 "[Database]\nLockFile = first.lck\nport = 1\nLOCKFILE = second.lck\n"
+                 "ErrorLogFile = ../inst/logs/server.log\n"
+                 "[next]\nlockfile = /wrong/next.lck\n"
+                 "[database]\nlockfile = /wrong/again.lck\n");
+    CorvantaInstance b(tmp / "b");
+    ASSERT_TRUE(b.isValid());
+    EXPECT_EQ(lockPathOf(b, {tmp / "b/first.lck", tmp / "b/second.lck"}), tmp / "b/second.lck");
+    EXPECT_EQ(b.logFile(), dir + "/logs/server.log");
+    makeInstance(tmp / "c", "[database]\nerrorlogfile = " + local(dir) + "\n");
+    EXPECT_EQ(CorvantaInstance(tmp / "c").logFile(), std::nullopt);  // a directory is no log
+
+    const CorvantaInstance slashed(dir + "/");
+    EXPECT_EQ(slashed.qualify(QStringLiteral("../run/server.lck"), "x"), tmp / "run/server.lck");
+    EXPECT_EQ(slashed.qualify(std::nullopt, "corvanta.lck"), dir + "/corvanta.lck");
+    EXPECT_EQ(slashed.qualify(QStringLiteral("/tmp//x/./s.lck"), "x"), "/tmp//x/./s.lck");
+    EXPECT_EQ(slashed.qualify(QStringLiteral("~/x.lck"), "x"), dir + "/~/x.lck");
+}
+
+TEST_F(ConfigProbe, ParseIsCachedByFullPrecisionModificationTimeUntilTheIniGoes) {
+    const QString ini = dir + "/corvanta.ini";
+    const QStringList candidates = {dir + "/one.lck", dir + "/two.lck"};
+    const auto edit = [&](const QByteArray &name, long nanoseconds) {
+        writeFile(ini, "[database]\nerrorlogfile = kept.log\nlockfile = " + name + "\n");
+        setModificationTime(ini, 1700000000, nanoseconds);
+        EXPECT_TRUE(instance.isValid());
+        return lockPathOf(instance, candidates);
+    };
+    EXPECT_EQ(edit("one.lck", 100), dir + "/one.lck");
+    EXPECT_EQ(edit("two.lck", 100), dir + "/one.lck");  // same time to the nanosecond: unnoticed
+    EXPECT_EQ(edit("two.lck", 101), dir + "/two.lck");
+    writeFile(dir + "/kept.log", "");
+    removePath(ini);
+    EXPECT_FALSE(instance.isValid());
+    EXPECT_EQ(lockPathOf(instance, candidates), dir + "/two.lck");  // known paths kept
+    EXPECT_EQ(instance.logFile(), std::nullopt);                    // but no configuration
+}
+
+TEST_F(ConfigProbe, UnopenableIniIsValidWithDefaultsAndNotRetriedUntilItChanges) {
+    const QString ini = dir + "/corvanta.ini", custom = dir + "/custom.lck";
+    writeFile(ini, "[database]\nlockfile = custom.lck\n");
+    writeFile(custom, "11");
+    writeFile(lock, "22");
+    setModificationTime(ini, 1700000000);
+    ::chmod(local(ini), 0);
+    ::chmod(local(custom), 0);  // an unreadable lock file, too
+    ASSERT_TRUE(::geteuid() != 0 || ::chown(local(ini), 65534, 65534) == 0);
+    const std::string answer = runInChild(
+        [&] {
+            CorvantaInstance fresh(dir);
+            std::string out;
+            for (int step = 0; step < 3; ++step) {
+                if (step == 1)
+                    ::chmod(local(ini), 0644);  // readable now; the time stays
+                if (step == 2)
+                    setModificationTime(ini, 1700000001);
+                out += fresh.isValid() ? "valid " : "invalid ";
+                out += std::to_string(fresh.pidValueFromLockFile()) + ";";
+            }
+            return out + log.lines.join('|').toStdString();
+        },
+        true);
+    EXPECT_EQ(answer, "valid 22;valid 22;valid 0;Error reading " + custom.toStdString() +
+                          ": Permission denied");
+}
+
+TEST_F(ConfigProbe, OversizedIniUsesDefaultsWithAMessage) {
+    writeFile(dir + "/corvanta.ini", "[database]\nlockfile = x.lck\n" + QByteArray(2 << 20, ';'));
+    EXPECT_TRUE(instance.isValid());
+    EXPECT_EQ(lockPathOf(instance, {dir + "/x.lck", lock}), lock);
+    EXPECT_EQ(log.lines, QStringList({Paths::resolveSymlinks(dir) +
+                                      "/corvanta.ini is larger than 1048576 bytes - "
+                                      "default settings used"}));
+}
+
+using LockFileRead = InstanceTest;
+
+TEST_F(LockFileRead, FirstDigitRunIsThePidAnythingElseLogsAndGivesZero) {
+    const QString malformed = "Malformed .lck file " + lock;
+    const struct {
+        QByteArray content;
+        qint32 pid;
+        QString message;
+    } rows[] = {
+        {"12345\n", 12345, {}},
+        {"pid 12345 started", 12345, {}},
+        {"-77", 77, {}},
+        {"12 34", 12, {}},
+        {"0000000000000000000042", 42, {}},
+        {"2147483647", 2147483647, {}},
+        {"0", 0, {}},
+        {QByteArray("\0\0007", 3), 7, {}},
+        {QByteArray(4090, ' ') + "1234567", 123456, {}},  // only the first 4096 bytes count
+        {"abc", 0, malformed},
+        {"", 0, malformed},
+        {"2147483648", 0, malformed},
+        {"4294967297", 0, malformed},  // would wrap to 1 if cut to 32 bits
+        {QByteArray(5000, ' ') + "1234567", 0, malformed},
+        {"12\xff", 0, "Error reading " + lock + ": not ASCII text"},
+    };
+    for (const auto &row : rows) {
+        log.lines.clear();
+        writeFile(lock, row.content);
+        EXPECT_EQ(instance.pidValueFromLockFile(), row.pid)
+            << row.content.left(30).toHex().toStdString();
+        EXPECT_EQ(log.lines.join('\n'), row.message);
+    }
+}
+
+TEST_F(LockFileRead, NothingDirectoryFifoAndDeviceGiveZeroWithoutBlocking) {
+    EXPECT_EQ(instance.pidValueFromLockFile(), 0);
+    makeDir(lock);
+    EXPECT_EQ(instance.pidValueFromLockFile(), 0);
+    EXPECT_TRUE(log.lines.isEmpty());  // both silent
+    removePath(lock);
+    ASSERT_EQ(::mkfifo(local(lock), 0644), 0);
+    EXPECT_EQ(instance.pidValueFromLockFile(), 0);  // no writer needed
+    removePath(lock);
+    makeLink("/dev/zero", lock);
+    EXPECT_EQ(instance.pidValueFromLockFile(), 0);
+    const QString notRegular = "Error reading " + lock + ": not a regular file";
+    EXPECT_EQ(log.lines, QStringList({notRegular, notRegular}));
+}
+
+TEST(SystemLog, OneLinePerMessageEvenWithLineBreaksInside) {
+    LogCapture log;
+    systemLog("Error reading /tmp/a\nb.lck: x\r\x01");
+    EXPECT_EQ(log.lines, QStringList({"Error reading /tmp/a\\nb.lck: x\\r\\x01"}));
+}
