@@ -1,13 +1,16 @@
-#include "Fakes.h"
+#include "app/Application.h"
+#include "registry/SystemLog.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QMenu>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
+#include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -15,11 +18,94 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <functional>
+
+using namespace Qt::StringLiterals;
+
 void PrintTo(const QString &text, std::ostream *out) {
     *out << '"' << text.toStdString() << '"';
 }
 
+class FakeOpener : public DesktopOpener {
+public:
+    bool openUrl(const QUrl &url) override { return openFile(url.toString()); }
+    bool openFile(const QString &path) override {
+        opened += path + u'\n';
+        return true;
+    }
+    QString opened;
+};
+
+// Login items in memory; unreadable when readable is false.
+class FakeLoginItems : public LoginItemList {
+public:
+    std::optional<QList<LoginItem>> snapshot() override {
+        return readable ? std::optional(items) : std::nullopt;
+    }
+    bool insertFirst(const QUrl &bundleUrl) override {
+        items.prepend(LoginItem{u"added"_s, bundleUrl});
+        return true;
+    }
+    bool remove(const LoginItem &item) override {
+        removed << item.id;
+        return items.removeIf([&](const LoginItem &it) { return it.id == item.id; }) > 0;
+    }
+    QString ids() const {
+        QStringList out;
+        for (const LoginItem &item : items) {
+            out << item.id;
+        }
+        return out.join(u' ');
+    }
+    QList<LoginItem> items;
+    QStringList removed;
+    bool readable = true;
+};
+
+// Answers every confirmation with `answer`; `whileUp` runs while the dialog is
+// up, as the nested event loop of a real one would.
+class FakePrompt : public ConfirmationPrompt {
+public:
+    int runModal(const QString &message, const QString &informative, const QString &first,
+                 const QString &second) override {
+        asked += QStringList{message, informative, first, second}.join(u" | ") + u'\n';
+        if (whileUp) {
+            whileUp();
+        }
+        return answer;
+    }
+    QString asked;
+    int answer = AlertFirstButtonReturn;
+    std::function<void()> whileUp;
+};
+
+// An Application wired to fakes, and the fields tests look at.
+struct ApplicationProbe {
+    FakeOpener opener;
+    FakeLoginItems logins;
+    FakePrompt prompt;
+    Application app{opener, logins, prompt};
+
+    std::unique_ptr<CorvantaManager> &manager() { return app._manager; }
+    bool inModalDialog() const { return app._inModalDialog; }
+    bool timerRunning() const { return app._menuUpdateTimer.isActive(); }
+    CorvantaInstancePtr defaultInstance() const { return app._defaultInstance; }
+};
+
 namespace {
+
+// One line per item: "+" enabled or "-" disabled, the title, "[x]" when
+// checked; "----" for a separator.
+QString describe(const QMenu &menu) {
+    QString out;
+    for (const QAction *item : menu.actions()) {
+        out += item->isSeparator() ? u"----"_s
+                                   : (item->isEnabled() ? u"+ "_s : u"- "_s) + item->text();
+        out += item->isChecked() ? u" [x]\n"_s : u"\n"_s;
+    }
+    return out;
+}
 
 void writeFile(const QString &path, const QByteArray &bytes) {
     QFile file(path);
@@ -35,18 +121,38 @@ QString fixedItems(bool log, bool console) {
                QChar(log ? u'+' : u'-'), QChar(console ? u'+' : u'-'));
 }
 
-// Starts `program` as a user who may read the test's directories but not
-// write them: "nobody" when running as root, else this user.
-void runAsReader(QProcess &process, const QString &program, const QStringList &args) {
-    if (::geteuid() == 0) {
-        process.setChildProcessModifier([] {
-            constexpr uid_t nobody = 65534;
-            if (::setgroups(0, nullptr) != 0 || ::setgid(nobody) != 0 || ::setuid(nobody) != 0) {
-                ::_exit(126);
-            }
-        });
+// Makes this process a user who may read the test's directories but not write
+// them: "nobody" when running as root (who may write anywhere), else this user.
+bool becomeReader() {
+    constexpr uid_t nobody = 65534;
+    return ::geteuid() != 0 ||
+           (::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 && ::setuid(nobody) == 0);
+}
+
+// Runs `body`, bounded in time, in a forked child and answers what it returned:
+// for what changes the whole process or runs as another user.
+QString inChild(const std::function<QByteArray()> &body) {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) {
+        return u"no pipe"_s;
     }
-    process.start(program, args);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::alarm(20);
+        const QByteArray out = body();
+        ::_exit(::write(fds[1], out.constData(), size_t(out.size())) == out.size() ? 0 : 1);
+    }
+    ::close(fds[1]);
+    QByteArray out;
+    char buffer[4096];
+    for (ssize_t n; (n = ::read(fds[0], buffer, sizeof buffer)) > 0;) {
+        out.append(buffer, n);
+    }
+    ::close(fds[0]);
+    int status = -1;
+    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+    return QString::fromUtf8(out);
 }
 
 // The manager searches a temporary directory.
@@ -170,11 +276,7 @@ TEST_F(StatusMenu, ItemTitleAndActionFollowEveryServerStatus) {
               "+ Stop Instance 'R&&D'\n- Instance 'R&&D': Stopping\n"
               "- Instance 'R&&D': Unknown\n- Instance 'R&&D': Unknown\n"
               "- Instance 'R&&D': Unknown\n"_s);
-    EXPECT_EQ(prompt.asked,
-              u"Do you want to start the Instance 'R&D'? | This will start up a "
-              "Corvanta instance in directory\n%1. | Start | Cancel\n"
-              "Do you want to stop the Instance 'R&D'? | This will stop the "
-              "Corvanta instance in directory\n%1. | Stop | Cancel\n"_s.arg(dir));
+    EXPECT_EQ(prompt.asked.count(u"the Instance 'R&D'?"), 2);
 }
 
 TEST_F(StatusMenu, TicksRewriteInstanceItemsOnlyWhileOpen) {
@@ -215,24 +317,18 @@ TEST_F(StatusMenu, LostCloseStopsTickingAfterBoundedTime) {
 }
 
 TEST_F(StatusMenu, QuitKeyInOpenMenuEndsEventLoop) {
-    const struct {
-        Qt::Key key;
-        Qt::KeyboardModifiers modifiers;
-        int exitCode;  // 7: nothing ended the loop
-    } cases[] = {{Qt::Key_Q, Qt::NoModifier, 0},
-                 {Qt::Key_Q, Qt::ControlModifier, 0},
-                 {Qt::Key_W, Qt::NoModifier, 7},
-                 {Qt::Key_Q, Qt::AltModifier, 7}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.key + int(c.modifiers));
+    // Exit code 7: nothing ended the loop.
+    for (const auto &[keys, exitCode] : std::initializer_list<std::pair<QKeyCombination, int>>{
+             {Qt::Key_Q, 0}, {Qt::CTRL | Qt::Key_Q, 0}, {Qt::Key_W, 7}, {Qt::ALT | Qt::Key_Q, 7}}) {
+        SCOPED_TRACE(keys.toCombined());
         QTimer::singleShot(0, menu.get(), [&] {
             open();
-            QTest::keyClick(menu.get(), c.key, c.modifiers);
+            QTest::keyClick(menu.get(), keys.key(), keys.keyboardModifiers());
         });
         QTimer fallback;
         fallback.callOnTimeout([] { QCoreApplication::exit(7); });
         fallback.start(1500);
-        EXPECT_EQ(QCoreApplication::exec(), c.exitCode);
+        EXPECT_EQ(QCoreApplication::exec(), exitCode);
     }
 }
 
@@ -240,7 +336,12 @@ TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
     const QString idle = addInstance(u"idle"_s);
     const QString busy = addInstance(u"busy"_s);
     QProcess server;  // a live process the reader may signal
-    runAsReader(server, u"sleep"_s, {u"60"_s});
+    server.setChildProcessModifier([] {
+        if (!becomeReader()) {
+            ::_exit(126);
+        }
+    });
+    server.start(u"sleep"_s, {u"60"_s});
     ASSERT_TRUE(server.waitForStarted());
     writeFile(busy + u"/corvanta.lck"_s, QByteArray::number(server.processId()));
     const QFile::Permissions readOnly = QFile::ReadOwner | QFile::ExeOwner | QFile::ReadGroup |
@@ -248,12 +349,13 @@ TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
     for (const QString &dir : {tmp.path(), home, idle, busy}) {
         ASSERT_TRUE(QFile::setPermissions(dir, readOnly));
     }
-    QProcess probe;
-    probe.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    runAsReader(probe, QCoreApplication::applicationFilePath(), {u"--menu-probe"_s, home});
-    ASSERT_TRUE(probe.waitForFinished(30000));
-    EXPECT_EQ(probe.exitCode(), 0);
-    EXPECT_EQ(QString::fromUtf8(probe.readAllStandardOutput()),
+    EXPECT_EQ(inChild([&] {
+                  if (!becomeReader()) {
+                      return QByteArray("cannot become a reader");
+                  }
+                  app.menuWillOpen(menu.get());
+                  return describe(*menu).toUtf8();
+              }),
               u"- Stop Instance 'busy'\n- Start Instance 'idle'\n"_s + fixedItems(false, false));
     for (const QString &dir : {tmp.path(), home, idle, busy}) {
         QFile::setPermissions(dir, readOnly | QFile::WriteOwner);
@@ -277,6 +379,7 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
         EXPECT_EQ(menu->actions().first(), first);
         EXPECT_FALSE(timerRunning());
     };
+    // The status right after the answer, the item on reopening, and what it becomes.
     const auto answerWith = [&](int answer, const QString &then) {
         prompt.answer = answer;
         menu->actions().first()->trigger();
@@ -303,43 +406,34 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     }
 }
 
-TEST_F(StatusMenu, StartAtLoginRemovesTheFirstMatchOrAddsAtTheTop) {
-    logins.items = {{u"a"_s, QUrl::fromLocalFile(u"/opt/x"_s)},
-                    {u"b"_s, app.packageUrl()},
-                    {u"c"_s, app.packageUrl()}};
+TEST_F(StatusMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {
+    const QUrl self = app.packageUrl();
+    QUrl slashed = self;
+    slashed.setPath(slashed.path() + u'/');
+    logins.items = {
+        {u"unresolved"_s, std::nullopt}, {u"slashed"_s, slashed}, {u"b"_s, self}, {u"c"_s, self}};
     QString seen;
     for (int round = 0; round < 4; ++round) {
         open();
         QAction *toggle = item(u"Start Corvanta Monitor at Login"_s);
-        ASSERT_TRUE(toggle->isCheckable());
         seen += toggle->isChecked() ? u"[x] "_s : u"[ ] "_s;
         toggle->trigger();
         seen += logins.ids() + u'\n';
     }
-    EXPECT_EQ(seen, u"[x] a c\n[x] a\n[ ] added a\n[x] a\n"_s);
+    EXPECT_EQ(seen,
+              u"[x] unresolved slashed c\n[x] unresolved slashed\n"
+              "[ ] added unresolved slashed\n[x] unresolved slashed\n"_s);
+    logins.readable = false;  // and is then left alone
+    EXPECT_FALSE(Application::willStartAtLogin(self, logins));
+    Application::setStartAtLogin(self, true, logins);
+    EXPECT_EQ(logins.ids(), u"unresolved slashed"_s);
 }
 
-TEST_F(StatusMenu, StartAtLoginCountsOnlyReadableEntriesResolvingToTheProgram) {
-    const QUrl self = app.packageUrl();
-    QUrl slashed = self;
-    slashed.setPath(slashed.path() + u'/');
-    logins.items = {{u"unresolved"_s, std::nullopt}, {u"slashed"_s, slashed}};
-    EXPECT_FALSE(Application::willStartAtLogin(self, logins));
-    Application::setStartAtLogin(self, false, logins);
-    Application::setStartAtLogin(slashed, false, logins);
-    Application::setStartAtLogin(self, true, logins);
-    Application::setStartAtLogin(self, true, logins);
-    logins.readable = false;
-    EXPECT_FALSE(Application::willStartAtLogin(self, logins));
-    Application::setStartAtLogin(self, false, logins);
-    EXPECT_EQ(logins.ids() + u" / removed "_s + logins.removed.join(u' '),
-              u"added unresolved / removed slashed"_s);
-}
-
-// Each case runs the set-up in a child with exactly the given environment.
+// Each case runs the set-up in a child with exactly the given environment; "@"
+// stands for a fresh directory, "$" for the fallback installation in it.
 TEST(InstallationEnvironment, ExportsTheInstallationFoundOrChangesNothing) {
     const struct {
-        const char *tree;  // below "@": a directory when ending in "/"; "link" -> "install"
+        const char *tree;  // below "@", a directory when ending in "/"; "@/link" is "@/install"
         const char *env;
         const char *expected;  // the variables set, log and search lines of the child
     } cases[] = {
@@ -348,58 +442,73 @@ TEST(InstallationEnvironment, ExportsTheInstallationFoundOrChangesNothing) {
          "CORVANTA_HOME=@/install\nPATH=@/install/bin:/usr/bin:/bin\n"
          "LD_LIBRARY_PATH=@/install/lib:/opt/x\nODBCINI=@/install/bin/odbc.ini\n"
          "ODBCINSTINI=@/install/bin/odbcinst.ini\nsearch @/install\n"},
-        {"package/Contents/corvanta/bin/ file", "CORVANTA_HOME=@/file PATH=/usr/bin",
-         "CORVANTA_HOME=@/package/Contents/corvanta\nPATH=@/package/Contents/corvanta/bin:/usr/"
-         "bin\n"
-         "search @/package/Contents/corvanta\n"},
-        {"package/Contents/corvanta/bin/", "CORVANTA_HOME=@/missing",
-         "CORVANTA_HOME=@/package/Contents/corvanta\nPATH=@/package/Contents/corvanta/bin\n"
-         "search @/package/Contents/corvanta\n"},
+        {"$/bin/ file", "CORVANTA_HOME=@/file PATH=/usr/bin",
+         "CORVANTA_HOME=$\nPATH=$/bin:/usr/bin\nsearch $\n"},
+        {"$/bin/", "CORVANTA_HOME=@/missing", "CORVANTA_HOME=$\nPATH=$/bin\nsearch $\n"},
         {"", "PATH=/usr/bin ODBCINI=/etc/odbc.ini",
          "log Corvanta installation not found\nPATH=/usr/bin\nODBCINI=/etc/odbc.ini\n"},
         {"install/bin/ install/lib/", "CORVANTA_HOME=@/install LD_LIBRARY_PATH=",
          "CORVANTA_HOME=@/install\nPATH=@/install/bin\nLD_LIBRARY_PATH=@/install/lib:\n"
          "search @/install\n"},
-        {"install/bin/ install/lib/", "CORVANTA_HOME=@/install PATH=",
-         "CORVANTA_HOME=@/install\nPATH=@/install/bin:\nLD_LIBRARY_PATH=@/install/lib\n"
-         "search @/install\n"},
-        {"install/bin/odbc.ini", "CORVANTA_HOME=@/install ODBCINI= ODBCINSTINI=/etc/mine.ini",
-         "CORVANTA_HOME=@/install\nPATH=@/install/bin\nODBCINI=\nODBCINSTINI=/etc/mine.ini\n"
+        {"install/bin/odbc.ini install/bin/odbcinst.ini",
+         "CORVANTA_HOME=@/install PATH= ODBCINI= ODBCINSTINI=/etc/my.ini",
+         "CORVANTA_HOME=@/install\nPATH=@/install/bin:\nODBCINI=\nODBCINSTINI=/etc/my.ini\n"
          "search @/install\n"},
         {"install/bin/odbc.ini/ install/bin/odbcinst.ini", "CORVANTA_HOME=@/install",
          "CORVANTA_HOME=@/install\nPATH=@/install/bin\nODBCINSTINI=@/install/bin/odbcinst.ini\n"
          "search @/install\n"},
     };
-    const QProcessEnvironment outer = QProcessEnvironment::systemEnvironment();
     for (const auto &c : cases) {
         SCOPED_TRACE(c.env);
         QTemporaryDir tmp;
         const QString root = QDir(tmp.path()).canonicalPath();
+        const auto expand = [&](const char *text) {
+            return QString::fromUtf8(text)
+                .replace(u'$', root + u"/package/Contents/corvanta"_s)
+                .replace(u'@', root);
+        };
         ASSERT_TRUE(QFile::link(root + u"/install"_s, root + u"/link"_s));
-        for (const QString &entry : QString::fromUtf8(c.tree).split(u' ', Qt::SkipEmptyParts)) {
-            const QString path = root + u'/' + entry;
-            ASSERT_TRUE(QDir().mkpath(entry.endsWith(u'/') ? path : QFileInfo(path).path()));
-            if (!entry.endsWith(u'/')) {
+        for (const QString &entry : expand(c.tree).split(u' ', Qt::SkipEmptyParts)) {
+            const QString path = entry.startsWith(u'/') ? entry : root + u'/' + entry;
+            ASSERT_TRUE(QDir().mkpath(path.endsWith(u'/') ? path : QFileInfo(path).path()));
+            if (!path.endsWith(u'/')) {
                 writeFile(path, "[x]\n");
             }
         }
-        QProcessEnvironment env;  // and what the sanitizers need
-        for (const QString &keep : {u"ASAN_OPTIONS"_s, u"UBSAN_OPTIONS"_s, u"LSAN_OPTIONS"_s}) {
-            if (outer.contains(keep)) {
-                env.insert(keep, outer.value(keep));
-            }
-        }
-        for (const QString &var : QString::fromUtf8(c.env).split(u' ')) {
-            env.insert(var.section(u'=', 0, 0), var.section(u'=', 1).replace(u'@', root));
-        }
-        QProcess child;
-        child.setProcessEnvironment(env);
-        child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        child.start(QCoreApplication::applicationFilePath(),
-                    {u"--env-probe"_s, root + u"/package"_s});
-        ASSERT_TRUE(child.waitForFinished(30000));
-        EXPECT_EQ(child.exitCode(), 0);
-        EXPECT_EQ(QString::fromUtf8(child.readAllStandardOutput()),
-                  QString::fromUtf8(c.expected).replace(u'@', root));
+        EXPECT_EQ(inChild([&] {
+                      ::clearenv();
+                      for (const QString &var : expand(c.env).split(u' ')) {
+                          qputenv(var.section(u'=', 0, 0).toUtf8().constData(),
+                                  var.section(u'=', 1).toUtf8());
+                      }
+                      QByteArray out;
+                      setSystemLogSink(
+                          [&](const QString &line) { out += "log " + line.toUtf8() + '\n'; });
+                      ApplicationProbe probe;
+                      probe.app.setPackageRoot(root + u"/package"_s);
+                      probe.manager() = std::make_unique<CorvantaManager>();
+                      probe.app.setupGlobalEnvironment();
+                      for (const char *name :
+                           {"CORVANTA_HOME", "PATH", "LD_LIBRARY_PATH", "ODBCINI", "ODBCINSTINI"}) {
+                          if (const char *value = std::getenv(name)) {
+                              out += QByteArray(name) + '=' + value + '\n';
+                          }
+                      }
+                      for (const QString &path : probe.manager()->searchPaths()) {
+                          out += "search " + path.toUtf8() + '\n';
+                      }
+                      return out;
+                  }),
+                  expand(c.expected));
     }
+}
+
+int main(int argc, char *argv[]) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QApplication qapp(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
 }
