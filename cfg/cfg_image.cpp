@@ -17,62 +17,77 @@
 
 namespace {
 
-// Reads the regular file at path into a fresh NUL-terminated buffer. Opened
-// non-blocking and checked on the descriptor, so a FIFO or device swapped in
-// after the caller's stat cannot block or feed an endless stream.
-char *readWholeFile(const char *path, struct stat *st) {
+// Opens the regular file at path and gives image a NUL-terminated buffer for
+// its bytes, with its size and time. Opened non-blocking and checked on the
+// descriptor, so a FIFO or device swapped in after the caller's stat cannot
+// block or feed an endless stream. Returns the descriptor, or -1 with
+// nothing left open or allocated.
+int openText(const char *path, ZEM_CfgHandle *image) {
     const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) {
-        return nullptr;
+        return -1;
     }
-    char *buf = nullptr;
-    if (fstat(fd, st) == 0 && S_ISREG(st->st_mode) && st->st_size >= 0 &&
-        static_cast<uint64_t>(st->st_size) <= CFG_MAX_FILE_SIZE) {
-        const size_t size = static_cast<size_t>(st->st_size);
-        buf = static_cast<char *>(std::malloc(size + 1));
-        size_t done = 0;
-        while (buf != nullptr && done < size) {
-            const ssize_t n = read(fd, buf + done, size - done);
-            if (n > 0) {
-                done += static_cast<size_t>(n);
-            } else if (n == 0 || errno != EINTR) {
-                std::free(buf);  // short read: the file shrank or failed
-                buf = nullptr;
-            }
-        }
-        if (buf != nullptr) {
-            buf[size] = '\0';
+    struct stat st;
+    if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size >= 0 &&
+        static_cast<uint64_t>(st.st_size) <= CFG_MAX_FILE_SIZE) {
+        image->text = static_cast<char *>(std::malloc(static_cast<size_t>(st.st_size) + 1));
+        if (image->text != nullptr) {
+            image->text[st.st_size] = '\0';
+            image->textSize = st.st_size;
+            image->textTime = st.st_mtime;
+            return fd;
         }
     }
     close(fd);
-    return buf;
+    return -1;
 }
 
-// Digests image->text into image->digest on a worker thread while this
-// thread parses it behind the worker's progress. False, with nothing done,
-// when no thread can be started. *parsed gets the parse's result.
-bool digestWhileParsing(ZEM_CfgHandle *image, int *parsed) {
-    const auto *bytes = reinterpret_cast<const unsigned char *>(image->text);
+// Reads exactly size bytes; false on a short read (the file shrank) or error.
+bool readFully(int fd, char *buf, size_t size) {
+    for (size_t done = 0; done < size;) {
+        const ssize_t n = read(fd, buf + done, size - done);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+        } else if (n == 0 || errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Reads the file into image->text and digests it, a chunk at a time, on a
+// worker thread while this thread parses behind the worker's progress.
+// False, with nothing done, when no thread can be started; else *whole tells
+// whether the whole file was read and *parsed gets the parse's result.
+bool readWhileParsing(int fd, ZEM_CfgHandle *image, bool *whole, int *parsed) {
+    char *const text = image->text;
     const auto size = static_cast<uint32_t>(image->textSize);
-    corvanta::cfg::ReadProgress digested{0};
+    corvanta::cfg::ReadProgress done{0};
     std::thread worker;
     try {
         worker = std::thread([&] {
-            constexpr uint32_t kChunk = 64u << 10;
+            constexpr uint32_t kChunk = 128u << 10;
             ZEM_MD5Context md5;
             ZEM_MD5Init(&md5);
-            for (uint32_t done = 0; done < size;) {
-                const uint32_t n = std::min(kChunk, size - done);
-                ZEM_MD5Update(&md5, bytes + done, n);
-                digested.store(done += n, std::memory_order_release);
-                digested.notify_one();
+            for (uint32_t at = 0; at < size;) {
+                const uint32_t n = std::min(kChunk, size - at);
+                if (!readFully(fd, text + at, n)) {
+                    *whole = false;
+                    done.store(corvanta::cfg::kReadFailed, std::memory_order_release);
+                    done.notify_one();
+                    return;
+                }
+                ZEM_MD5Update(&md5, text + at, n);
+                done.store(at += n, std::memory_order_release);
+                done.notify_one();
             }
             ZEM_MD5Final(image->digest, &md5);
+            *whole = true;
         });
     } catch (const std::system_error &) {
         return false;
     }
-    *parsed = corvanta::cfg::parseBehind(image, digested);
+    *parsed = corvanta::cfg::parseBehind(image, done);
     worker.join();
     return true;
 }
@@ -108,22 +123,30 @@ extern "C" int _cfg_refresh(ZEM_CfgHandle *h) {
     // The new image is built beside the loaded one and replaces it only when
     // the bytes differ.
     ZEM_CfgHandle image{};
-    image.text = readWholeFile(h->path, &st);
-    if (image.text == nullptr) {
+    const int fd = openText(h->path, &image);
+    if (fd < 0) {
         return -1;
     }
-    image.textSize = st.st_size;
-    image.textTime = st.st_mtime;
+    bool whole = false;
     int parsed = 0;
-    // A large text is parsed while it is digested, at the price of a parse
-    // thrown away when the bytes turn out unchanged. The parser never cuts a
-    // byte before the digest has read it.
-    if (image.textSize < corvanta::cfg::kParallelMinSize || !digestWhileParsing(&image, &parsed)) {
-        digestText(&image);
-        if (!sameAsLoaded(h, &image) && image.textSize > 0) {
+    // A large file is parsed while it is read and digested, at the price of a
+    // parse thrown away when the bytes turn out unchanged. The parser never
+    // looks at a byte before the digest has.
+    if (image.textSize < corvanta::cfg::kParallelMinSize ||
+        !readWhileParsing(fd, &image, &whole, &parsed)) {
+        whole = readFully(fd, image.text, static_cast<size_t>(image.textSize));
+        if (whole) {
+            digestText(&image);
+        }
+        if (whole && !sameAsLoaded(h, &image) && image.textSize > 0) {
             _cfg_freeimage(h);  // before parsing, so both never coexist
             parsed = _cfg_parse(&image);
         }
+    }
+    close(fd);
+    if (!whole) {
+        _cfg_freeimage(&image);
+        return -1;
     }
     // Size and time stay stale on purpose when the bytes are unchanged, so
     // the next refresh digests again rather than trusting a time it never

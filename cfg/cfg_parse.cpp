@@ -55,7 +55,8 @@ char *skipIndent(char *p) {
 
 #if defined(__SSE2__)
 
-// Sixteen bytes at a time while they lie inside [p, limit); the rest bytewise.
+// The first line end in [p, limit), or limit. Sixteen bytes at a time while
+// they lie inside the range, the rest bytewise.
 char *findLineEnd(char *p, const char *limit) {
     const __m128i lf = _mm_set1_epi8('\n'), cr = _mm_set1_epi8('\r');
     const __m128i eof = _mm_set1_epi8('\x1a'), nul = _mm_setzero_si128();
@@ -68,7 +69,7 @@ char *findLineEnd(char *p, const char *limit) {
             return p + __builtin_ctz(static_cast<unsigned>(mask));
         }
     }
-    while (!isLineEnd(*p)) {
+    while (p < limit && !isLineEnd(*p)) {
         ++p;
     }
     return p;
@@ -125,8 +126,8 @@ size_t countLineEnds(const char *p, const char *end) {
     return n;
 }
 
-char *findLineEnd(char *p, const char *) {
-    while (!isLineEnd(*p)) {
+char *findLineEnd(char *p, const char *limit) {
+    while (p < limit && !isLineEnd(*p)) {
         ++p;
     }
     return p;
@@ -278,36 +279,52 @@ private:
     std::thread thread_;
 };
 
-size_t waitFor(const corvanta::cfg::ReadProgress &done, size_t need) {
-    uint32_t now = done.load(std::memory_order_acquire);
-    while (now < need) {
+// Waits until the reading thread has gone past avail; returns the new end of
+// what the parser may look at, the text's NUL included once all is read, or
+// null when the reader gave up.
+char *waitForMore(const corvanta::cfg::ReadProgress &done, char *text, size_t size, char *avail) {
+    const auto had = static_cast<uint64_t>(avail - text);
+    uint64_t now;
+    while ((now = done.load(std::memory_order_acquire)) <= had) {
         done.wait(now, std::memory_order_acquire);
-        now = done.load(std::memory_order_acquire);
     }
-    return now;
+    if (now == corvanta::cfg::kReadFailed) {
+        return nullptr;
+    }
+    return text + now + (now == size ? 1 : 0);
 }
 
-// The parse loop. With `done`, a line is cut only once the reading thread
-// has passed its end; with `prefault`, the array is presized and faulted in
-// ahead.
+// The parse loop. With `done`, the parser neither looks at nor cuts a byte
+// before the reading thread has passed it; with `prefault`, the array is
+// presized and faulted in ahead.
 int parseText(ZEM_CfgHandle *h, const corvanta::cfg::ReadProgress *done, Prefaulter *prefault) {
     char *const text = h->text;
     const size_t size = static_cast<size_t>(h->textSize);
-    const char *limit = text + size + 1;
-    size_t writable = done != nullptr ? 0 : SIZE_MAX;  // bytes below this offset may be cut
+    char *avail = done != nullptr ? text : text + size + 1;  // end of what may be looked at
     char *p = text;
     ZEM_CfgEntry scratch;
     for (;;) {
-        while (*p == '\n' || *p == '\r' || *p == '\x1a') {
-            ++p;
+        for (;;) {
+            while (p < avail && (*p == '\n' || *p == '\r' || *p == '\x1a')) {
+                ++p;
+            }
+            if (p < avail) {
+                break;
+            }
+            if ((avail = waitForMore(*done, text, size, avail)) == nullptr) {
+                return -1;
+            }
         }
         if (*p == '\0') {
             return 0;  // the end of the text, or a NUL inside the file
         }
         char *line = p;
-        char *end = findLineEnd(p, limit);
-        if (static_cast<size_t>(end - text) >= writable) {
-            writable = waitFor(*done, std::min(static_cast<size_t>(end - text) + 1, size));
+        char *end = findLineEnd(p, avail);
+        while (end == avail) {
+            if ((avail = waitForMore(*done, text, size, avail)) == nullptr) {
+                return -1;
+            }
+            end = findLineEnd(end, avail);
         }
         const bool last = *end == '\0';
         if (!last) {
