@@ -28,10 +28,18 @@ void PrintTo(const QString &text, std::ostream *out) {
     *out << '"' << text.toStdString() << '"';
 }
 
+// Records what the desktop was asked to open, one line each.
 class FakeOpener : public DesktopOpener {
 public:
-    bool openUrl(const QUrl &) override { return true; }
-    bool openFile(const QString &) override { return true; }
+    bool openUrl(const QUrl &url) override {
+        opened += url.toString() + u'\n';
+        return true;
+    }
+    bool openFile(const QString &path) override {
+        opened += u"file "_s + path + u'\n';
+        return true;
+    }
+    QString opened;
 };
 
 // Login items in memory; unreadable when readable is false.
@@ -504,4 +512,21 @@ int main(int argc, char *argv[]) {
     QApplication::setQuitOnLastWindowClosed(false);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
+}
+
+TEST_F(StatusMenu, LinksOpenFixedAddressesAndTheDefaultInstancesLog) {
+    app.viewLogFile();  // no default instance yet
+    const QString dir = addInstance(u"database"_s, true);
+    markRunning(dir);
+    open();
+    item(u"Open Corvanta Kelvarine"_s)->trigger();
+    item(u"View Online Documentation"_s)->trigger();
+    item(u"Open Diagnostic Messages"_s)->trigger();
+    QFile::remove(dir + u"/corvanta.log"_s);  // gone since the menu was built
+    app.viewLogFile();
+    EXPECT_EQ(opener.opened,
+              u"http://localhost:8890/kelvarine/\n"
+              "http://docs.nordelix.com/corvanta/\n"
+              "file "_s +
+                  dir + u"/corvanta.log\n"_s);
 }
