@@ -28,11 +28,20 @@ inline bool isValueStop(char c) {
     return c == ';' || c == '"' || c == '\'';
 }
 
-// rtrim's test without a call for the usual characters: no locale counts a
-// printable ASCII character other than the space as white space.
+// rtrim's test without a call for the usual characters: every locale counts
+// the space, and no printable ASCII character besides, as white space.
 inline bool isTrailingSpace(char c) {
     const auto u = static_cast<unsigned char>(c);
-    return (u <= ' ' || u >= 0x7f) && std::isspace(u);
+    return u == ' ' || ((u < ' ' || u >= 0x7f) && std::isspace(u));
+}
+
+// memchr for the short stretches of one line, where the call costs more
+// than the search.
+inline char *findInLine(char *p, const char *end, char c) {
+    while (p < end && *p != c) {
+        ++p;
+    }
+    return p < end ? p : nullptr;
 }
 
 // rtrim for a string whose terminating NUL is known to be at end: the same
@@ -177,7 +186,7 @@ bool parseLine(char *p, char *end, ZEM_CfgEntry *e) {
     }
     if (*p == '[') {
         char *name = skipIndent(p + 1);
-        auto close = static_cast<char *>(std::memchr(name, ']', static_cast<size_t>(end - name)));
+        char *close = findInLine(name, end, ']');
         if (close == nullptr) {
             return false;
         }
@@ -193,7 +202,7 @@ bool parseLine(char *p, char *end, ZEM_CfgEntry *e) {
         e->value = p;
         return true;
     }
-    auto eq = static_cast<char *>(std::memchr(p, '=', static_cast<size_t>(end - p)));
+    char *eq = findInLine(p, end, '=');
     if (eq == nullptr) {
         return false;
     }
