@@ -2,24 +2,6 @@
 
 #include "Support.h"
 
-using namespace testing_support;
-
-namespace {
-
-// The lock-file path a record derived, found by planting the number 7 at each candidate.
-QString lockPathOf(CorvantaInstance &instance, const QStringList &candidates) {
-    for (const QString &candidate : candidates) {
-        writeFile(candidate, "7");
-        const bool found = instance.pidValueFromLockFile() == 7;
-        removePath(candidate);
-        if (found)
-            return candidate;
-    }
-    return {};
-}
-
-}  // namespace
-
 TEST(InstanceNames, DefaultOnlyForTheExactNameDatabaseAndNothingProbedYet) {
     const char *rows[][3] = {
         {"/anywhere/else/database", "Default Instance", "database"},
@@ -40,7 +22,20 @@ TEST(InstanceNames, DefaultOnlyForTheExactNameDatabaseAndNothingProbedYet) {
     }
 }
 
-using ConfigProbe = InstanceTest;
+class ConfigProbe : public InstanceTest {
+protected:
+    // The lock-file path a record derived, found by planting the number 7 at each candidate.
+    QString lockPathOf(CorvantaInstance &record, const QStringList &candidates) {
+        for (const QString &candidate : candidates) {
+            writeFile(candidate, "7");
+            const bool found = record.pidValueFromLockFile() == 7;
+            removePath(candidate);
+            if (found)
+                return candidate;
+        }
+        return {};
+    }
+};
 
 TEST_F(ConfigProbe, OnlyARegularIniReachedThroughTheDirectoryMakesItValid) {
     EXPECT_EQ(lockPathOf(instance, {lock}), lock);
@@ -147,11 +142,7 @@ using LockFileRead = InstanceTest;
 
 TEST_F(LockFileRead, FirstDigitRunIsThePidAnythingElseLogsAndGivesZero) {
     const QString malformed = "Malformed .lck file " + lock;
-    const struct {
-        QByteArray content;
-        qint32 pid;
-        QString message;
-    } rows[] = {
+    const std::tuple<QByteArray, qint32, QString> rows[] = {
         {"12345\n", 12345, {}},
         {"pid 12345 started", 12345, {}},
         {"-77", 77, {}},
@@ -168,12 +159,11 @@ TEST_F(LockFileRead, FirstDigitRunIsThePidAnythingElseLogsAndGivesZero) {
         {QByteArray(5000, ' ') + "1234567", 0, malformed},
         {"12\xff", 0, "Error reading " + lock + ": not ASCII text"},
     };
-    for (const auto &row : rows) {
+    for (const auto &[content, pid, message] : rows) {
         log.lines.clear();
-        writeFile(lock, row.content);
-        EXPECT_EQ(instance.pidValueFromLockFile(), row.pid)
-            << row.content.left(30).toHex().toStdString();
-        EXPECT_EQ(log.lines.join('\n'), row.message);
+        writeFile(lock, content);
+        EXPECT_EQ(instance.pidValueFromLockFile(), pid) << content.left(30).toHex().toStdString();
+        EXPECT_EQ(log.lines.join('\n'), message);
     }
 }
 

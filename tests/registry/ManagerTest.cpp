@@ -3,8 +3,6 @@
 
 #include "Support.h"
 
-using namespace testing_support;
-
 class Manager : public InstanceTest {
 protected:
     // The directories one scan lists, the search directory shown as "~".

@@ -3,8 +3,6 @@
 
 #include "Support.h"
 
-using namespace testing_support;
-
 using ProcessControl = InstanceTest;
 
 TEST_F(ProcessControl, FindExecutableTriesEnvironmentInstanceInstallationBinThenPath) {

@@ -1,7 +1,5 @@
 #include "Support.h"
 
-using namespace testing_support;
-
 namespace {
 
 // What the lock file holds at the refresh, and which pid the record ends with.
@@ -18,6 +16,10 @@ struct Transition {
     qint32 entry;
     const char *log;  // $L lock file, $K known pid, $O other pid
 };
+
+void PrintTo(const Transition &row, std::ostream *os) {
+    *os << row.name;
+}
 
 constexpr qint32 Unknown = ServerStatusUnknown, Stopped = ServerStatusStopped,
                  Starting = ServerStatusStarting, Running = ServerStatusRunning,
@@ -55,26 +57,20 @@ const Transition kTransitions[] = {
 
 }  // namespace
 
-class Refresh : public InstanceTest, public ::testing::WithParamInterface<Transition> {
-protected:
-    // Brings the record into `status`, with the stand-in as its server.
-    void reach(qint32 status) {
-        if (status == Stopped)
-            instance.refresh();
-        if (status < Starting)
-            return;
-        ScopedEnv delay("CORVANTA_STANDIN_LOCK_DELAY_MS", status == Starting ? "600000" : "");
-        ScopedEnv ignore("CORVANTA_STANDIN_IGNORE_TERM", status == Stopping ? "1" : "");
-        ASSERT_TRUE(instance.startup());
-        server.pid = instance.pid();
-        ASSERT_TRUE(status == Starting || refreshUntil(Running));
-        ASSERT_TRUE(status != Stopping || instance.shutdown());
-    }
-};
+class Refresh : public InstanceTest, public ::testing::WithParamInterface<Transition> {};
 
 TEST_P(Refresh, FollowsTheTransitionTableAndRefusesStartOrStopOutOfTurn) {
     const Transition &row = GetParam();
-    ASSERT_NO_FATAL_FAILURE(reach(row.from));
+    if (row.from == Stopped)
+        instance.refresh();
+    if (row.from >= Starting) {  // with the stand-in as the server
+        ScopedEnv delay("CORVANTA_STANDIN_LOCK_DELAY_MS", row.from == Starting ? "600000" : "");
+        ScopedEnv ignore("CORVANTA_STANDIN_IGNORE_TERM", row.from == Stopping ? "1" : "");
+        ASSERT_TRUE(instance.startup());
+        server.pid = instance.pid();
+        ASSERT_TRUE(row.from == Starting || refreshUntil(Running));
+        ASSERT_TRUE(row.from != Stopping || instance.shutdown());
+    }
     ASSERT_EQ(instance.serverStatus(), row.from);
     const qint32 known = instance.pid();
     EXPECT_FALSE(row.from >= Starting && instance.startup());
@@ -119,8 +115,9 @@ TEST(IsRunning, NoProcessIdBelowOneIsEverRunning) {
     EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(-1));  // kill(-1, 0) reaches everything
 }
 
-TEST(CanStart, NeedsReadAndWritePermissionOnTheDirectory) {
-    TempDir tmp;
+using CanStart = InstanceTest;
+
+TEST_F(CanStart, NeedsReadAndWritePermissionOnTheDirectory) {
     makeDir(tmp / "readonly", 0555);
     makeDir(tmp / "open", 0777);
     const std::string answer = runInChild(
