@@ -206,6 +206,7 @@ bool parseLine(char *p, char *end, ZEM_CfgEntry *e) {
     if (eq == nullptr) {
         return false;
     }
+    *eq = '\0';  // so that a ';' right after it opens a comment
     trimEnd(p, eq);
     e->id = p;
     e->value = skipIndent(eq + 1);
