@@ -130,9 +130,11 @@ extern "C" int _cfg_refresh(ZEM_CfgHandle *h) {
     bool whole = false;
     int parsed = 0;
     // A large file is parsed while it is read and digested, at the price of a
-    // parse thrown away when the bytes turn out unchanged. The parser never
-    // looks at a byte before the digest has.
-    if (image.textSize < corvanta::cfg::kParallelMinSize ||
+    // parse thrown away when the bytes turn out unchanged; so only when no
+    // image is loaded or the size changed (a file merely touched keeps its
+    // size). The parser never looks at a byte before the digest has.
+    const bool likelyNew = h->text == nullptr || image.textSize != h->textSize;
+    if (!likelyNew || image.textSize < corvanta::cfg::kParallelMinSize ||
         !readWhileParsing(fd, &image, &whole, &parsed)) {
         whole = readFully(fd, image.text, static_cast<size_t>(image.textSize));
         if (whole) {
