@@ -197,14 +197,33 @@ TEST(CfgParse, LineEndsUnterminatedLastLinesAndNulBytes) {
     });
 }
 
-TEST(CfgParse, LargeFileParsesEveryLine) {
+// Files of a megabyte or more are read, digested and parsed on two threads;
+// they must give exactly what the plain path gives for the same lines.
+TEST(CfgParse, LargeFileParsesAsItsPartsDoAndRefreshesAlike) {
+    const std::string block =
+        "[S] ;h\r\nkey = v ;c\rq = 'a ;b'\x1a  indented = x\n; note\n\njunk\nk =;c\t \n";
+    const std::string blockEntries = dumpEntries(Image(block));
     std::string text, entries;
-    for (int i = 0; i < 5000; ++i) {
-        text += "key" + std::to_string(i) + " = value ;c\r\n";
-        entries += "~ <key" + std::to_string(i) + "> <value> <c>\n";
+    while (text.size() < (3u << 20)) {
+        text += block;
+        entries += blockEntries;
     }
-    Image img(text);
+    Image img(text + "\0tail = 1\n"s);
     EXPECT_EQ(dumpEntries(img), entries);
+    const struct timespec touched[2] = {{img->textTime - 100, 0}, {img->textTime - 100, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, img.path.c_str(), touched, 0), 0);
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
+    text[block.find("= v") + 2] = 'w';  // same size, first block only
+    writeFile(img.path, text);
+    ASSERT_EQ(utimensat(AT_FDCWD, img.path.c_str(), touched, 0), 0);
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
+    entries.replace(entries.find("<key> <v>"), 9, "<key> <w>");
+    EXPECT_EQ(dumpEntries(img), entries);
+    ASSERT_EQ(ZEM_Cfg_write(img, "S", "key", "edited"), 0);
+    img.committed();
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
+    EXPECT_EQ(ZEM_Cfg_find(img, "s", "KEY"), 0);
+    EXPECT_STREQ(img->value, "edited");
 }
 
 TEST(CfgOpen, MissingFileFailsUnlessCreatedEmptyAndCreateKeepsAnExistingFile) {
