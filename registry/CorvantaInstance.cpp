@@ -26,12 +26,14 @@ const QString kServerName = QStringLiteral("corvanta");
 constexpr off_t kConfigSizeLimit = 1 << 20;
 
 std::optional<QString> strictUtf8(const char *text) {
-    if (text == nullptr)
+    if (text == nullptr) {
         return std::nullopt;
+    }
     QStringDecoder decoder(QStringDecoder::Utf8);
     QString result = decoder(QByteArrayView(text));
-    if (decoder.hasError())
+    if (decoder.hasError()) {
         return std::nullopt;
+    }
     return result;
 }
 
@@ -40,19 +42,23 @@ std::optional<QString> strictUtf8(const char *text) {
 QMap<QString, QString> readDatabaseSection(const QString &configPath) {
     QMap<QString, QString> settings;
     ZEM_CfgHandle *handle = nullptr;
-    if (ZEM_Cfg_init(&handle, configPath.toUtf8().constData()) != 0)
+    if (ZEM_Cfg_init(&handle, configPath.toUtf8().constData()) != 0) {
         return settings;
+    }
     if (ZEM_Cfg_find(handle, "database", nullptr) == 0) {
         while (ZEM_Cfg_nextentry(handle) == 0) {
             const unsigned kind = handle->flags & CFG_KIND_MASK;
-            if (kind == CFG_KIND_SECTION)
+            if (kind == CFG_KIND_SECTION) {
                 break;
-            if (kind != CFG_KIND_KEY)
+            }
+            if (kind != CFG_KIND_KEY) {
                 continue;
+            }
             const auto id = strictUtf8(handle->id);
             const auto value = strictUtf8(handle->value);
-            if (id && value)
+            if (id && value) {
                 settings.insert(id->toLower(), *value);
+            }
         }
     }
     ZEM_Cfg_done(handle);
@@ -67,8 +73,9 @@ CorvantaInstance::CorvantaInstance(const QString &path)
 }
 
 QString CorvantaInstance::instanceName() const {
-    if (_isDefault)
+    if (_isDefault) {
         return tr("Default Instance");
+    }
     return tr("Instance '%1'").arg(_displayName);
 }
 
@@ -77,19 +84,22 @@ QString CorvantaInstance::directory() const {
 }
 
 qint32 CorvantaInstance::pidValueFromLockFile() const {
-    if (!_lckFile)
+    if (!_lckFile) {
         return 0;
+    }
     const QString &path = *_lckFile;
     const auto target = Paths::attributesOfTarget(path);
-    if (!target || target->isDirectory())
+    if (!target || target->isDirectory()) {
         return 0;
+    }
     QByteArray text;
     QString error;
     // A FIFO, device or socket is refused before it is opened at all.
-    if (!target->isRegular())
+    if (!target->isRegular()) {
         error = Paths::notRegularFileText();
-    else
+    } else {
         Paths::readAsciiPrefix(path, &text, &error);
+    }
     if (!error.isEmpty()) {
         systemLog(QStringLiteral("Error reading %1: %2").arg(path, error));
         return 0;
@@ -106,11 +116,13 @@ bool CorvantaInstance::isRunning(qint32 pid) const {
     // Process 1 and the monitor itself are never a server of ours: a lock
     // file naming them must not make shutdown signal them. Negative values
     // would address process groups.
-    if (pid <= 1 || pid == ::getpid())
+    if (pid <= 1 || pid == ::getpid()) {
         return false;
+    }
     int status = 0;
-    if (::waitpid(-1, &status, WNOHANG) == pid)
+    if (::waitpid(-1, &status, WNOHANG) == pid) {
         return false;
+    }
     return ::kill(pid, 0) == 0;
 }
 
@@ -126,19 +138,22 @@ void CorvantaInstance::setStatus(qint32 status) {
 QString CorvantaInstance::qualify(const std::optional<QString> &value,
                                   const QString &defaultValue) const {
     const QString &path = value ? *value : defaultValue;
-    if (Paths::isAbsolute(path))
+    if (Paths::isAbsolute(path)) {
         return path;
+    }
     return Paths::standardize(Paths::append(_path, path));
 }
 
 void CorvantaInstance::refresh() {
     if (_pid != 0 && isRunning(_pid)) {
-        if (_serverStatus == ServerStatusStopping)
+        if (_serverStatus == ServerStatusStopping) {
             return;
+        }
         if (_serverStatus == ServerStatusStarting) {
             const qint32 lockPid = pidValueFromLockFile();
-            if (lockPid == 0)
+            if (lockPid == 0) {
                 return;
+            }
             if (lockPid != _pid) {
                 systemLog(
                     QStringLiteral("pid value from .lck file is different (expected %1, got %2)")
@@ -159,33 +174,38 @@ void CorvantaInstance::refresh() {
         systemLog(QStringLiteral("stale .lck file detected: %1").arg(*_lckFile));
     }
     setStatus(ServerStatusStopped);
-    if (!isValid())
+    if (!isValid()) {
         _entryStatus = EntryStatusInvalid;
+    }
 }
 
 bool CorvantaInstance::isValid() {
     const QString configPath = Paths::append(Paths::resolveSymlinks(_path), kConfigName);
     const auto info = Paths::attributesOfItem(configPath);
-    if (!info)
+    if (!info) {
         return false;
+    }
     if (!info->isRegular()) {
         systemLog(QStringLiteral("%1 is not a regular file - skipped").arg(configPath));
         return false;
     }
-    if (_cacheTime && Paths::sameTime(*_cacheTime, info->mtime))
+    if (_cacheTime && Paths::sameTime(*_cacheTime, info->mtime)) {
         return true;
+    }
     _cacheTime = info->mtime;
 
     QMap<QString, QString> settings;
-    if (info->size <= kConfigSizeLimit)
+    if (info->size <= kConfigSizeLimit) {
         settings = readDatabaseSection(configPath);
-    else
+    } else {
         systemLog(QStringLiteral("%1 is larger than %2 bytes - default settings used")
                       .arg(configPath, QString::number(qint64(kConfigSizeLimit))));
+    }
     const auto setting = [&settings](const QString &key) -> std::optional<QString> {
         const auto it = settings.constFind(key);
-        if (it == settings.constEnd())
+        if (it == settings.constEnd()) {
             return std::nullopt;
+        }
         return *it;
     };
     _lckFile = qualify(setting(QStringLiteral("lockfile")), QStringLiteral("corvanta.lck"));
@@ -201,8 +221,9 @@ qint32 CorvantaInstance::launchExecutable(const QString &executable, const QStri
                                           const QString &directory) {
     QList<QByteArray> arguments;
     arguments.reserve(options.size());
-    for (const QString &option : options)
+    for (const QString &option : options) {
         arguments.append(option.toUtf8());
+    }
     return launchDetached(executable.toUtf8(), arguments, directory.toUtf8());
 }
 
@@ -211,38 +232,45 @@ QString CorvantaInstance::findExecutable() const {
     // business at exec time.
     if (const char *fromEnvironment = ::getenv("CORVANTA_BINARY")) {
         const QString candidate = QString::fromUtf8(fromEnvironment);
-        if (Paths::existsAsNonDirectory(candidate))
+        if (Paths::existsAsNonDirectory(candidate)) {
             return candidate;
+        }
     }
     const QString inInstance = Paths::append(_path, kServerName);
-    if (Paths::existsAsNonDirectory(inInstance))
+    if (Paths::existsAsNonDirectory(inInstance)) {
         return inInstance;
+    }
     const QString inInstallation = Paths::append(_path, QStringLiteral("../bin/corvanta"));
-    if (Paths::existsAsNonDirectory(inInstallation))
+    if (Paths::existsAsNonDirectory(inInstallation)) {
         return inInstallation;
+    }
     return kServerName;
 }
 
 std::optional<QString> CorvantaInstance::logFile() {
-    if (!isValid())
+    if (!isValid()) {
         return std::nullopt;
-    if (_logFile && Paths::existsAsNonDirectory(*_logFile))
+    }
+    if (_logFile && Paths::existsAsNonDirectory(*_logFile)) {
         return _logFile;
+    }
     return std::nullopt;
 }
 
 bool CorvantaInstance::startup() {
     refresh();
-    if (_entryStatus == EntryStatusInvalid || _serverStatus != ServerStatusStopped)
+    if (_entryStatus == EntryStatusInvalid || _serverStatus != ServerStatusStopped) {
         return false;
+    }
     const QString executable = findExecutable();
     if (executable.isEmpty()) {
         systemLog(QStringLiteral("corvanta executable not found"));
         return false;
     }
     _pid = launchExecutable(executable, {kServerName, QStringLiteral("-f")}, _path);
-    if (_pid == 0)
+    if (_pid == 0) {
         return false;
+    }
     setStatus(ServerStatusStarting);
     return true;
 }
@@ -250,8 +278,9 @@ bool CorvantaInstance::startup() {
 bool CorvantaInstance::shutdown() {
     refresh();
     // Running implies isRunning() accepted _pid: never 0, 1 or ourselves.
-    if (_serverStatus != ServerStatusRunning)
+    if (_serverStatus != ServerStatusRunning) {
         return false;
+    }
     if (::kill(_pid, SIGTERM) != 0) {
         const int err = errno;
         systemLog(QStringLiteral("terminate: cannot terminate %1 (errno %2)")

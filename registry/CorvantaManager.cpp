@@ -11,18 +11,22 @@ bool CorvantaManager::isDirectory(const QString &path) const {
 
 void CorvantaManager::addSearchPath(const QString &path) {
     const QString resolved = Paths::resolveSymlinks(path);
-    if (isDirectory(resolved))
+    if (isDirectory(resolved)) {
         _searchPaths.append(resolved);
+    }
 }
 
 void CorvantaManager::watchDirectory(const QString &path) {
-    if (!isDirectory(path))
+    if (!isDirectory(path)) {
         return;
-    if (_instances.contains(path))
+    }
+    if (_instances.contains(path)) {
         return;
+    }
     auto instance = CorvantaInstancePtr::create(path);
-    if (instance->isValid())
+    if (instance->isValid()) {
         _instances.insert(path, instance);
+    }
 }
 
 QList<CorvantaInstancePtr> CorvantaManager::allInstances() {
@@ -42,8 +46,9 @@ QList<CorvantaInstancePtr> CorvantaManager::allInstances() {
             continue;
         }
         watchDirectory(searchPath);
-        for (const QString &name : std::as_const(names))
+        for (const QString &name : std::as_const(names)) {
             watchDirectory(Paths::append(searchPath, name));
+        }
         ++i;
     }
 

@@ -10,20 +10,23 @@
 extern char **environ;
 
 QList<QByteArray> executableCandidates(const QByteArray &executable, const char *pathVariable) {
-    if (executable.isEmpty())
+    if (executable.isEmpty()) {
         return {};
-    if (executable.contains('/'))
+    }
+    if (executable.contains('/')) {
         return {executable};
+    }
     const QByteArray path =
         pathVariable != nullptr ? QByteArray(pathVariable) : QByteArrayLiteral("/bin:/usr/bin");
     QList<QByteArray> candidates;
     for (const QByteArray &dir : path.split(':')) {
         // An empty element is the working directory: the child has already
         // changed into the instance directory when it gets there.
-        if (dir.isEmpty())
+        if (dir.isEmpty()) {
             candidates.append("./" + executable);
-        else
+        } else {
             candidates.append(dir + (dir.endsWith('/') ? "" : "/") + executable);
+        }
     }
     return candidates;
 }
@@ -33,12 +36,14 @@ pid_t launchDetached(const QByteArray &executable, const QList<QByteArray> &argu
     // Everything the child touches is built here; after fork it only reads.
     const QList<QByteArray> candidates = executableCandidates(executable, ::getenv("PATH"));
     std::vector<const char *> paths;
-    for (const QByteArray &c : candidates)
+    for (const QByteArray &c : candidates) {
         paths.push_back(c.constData());
+    }
 
     std::vector<char *> argv;
-    for (const QByteArray &a : arguments)
+    for (const QByteArray &a : arguments) {
         argv.push_back(const_cast<char *>(a.constData()));
+    }
     argv.push_back(nullptr);
 
     // For a file without a known format: "/bin/sh", the file, the arguments
@@ -46,30 +51,36 @@ pid_t launchDetached(const QByteArray &executable, const QList<QByteArray> &argu
     std::vector<char *> shellArgv;
     shellArgv.push_back(const_cast<char *>("/bin/sh"));
     shellArgv.push_back(nullptr);
-    for (qsizetype i = 1; i < arguments.size(); ++i)
+    for (qsizetype i = 1; i < arguments.size(); ++i) {
         shellArgv.push_back(const_cast<char *>(arguments.at(i).constData()));
+    }
     shellArgv.push_back(nullptr);
 
     const char *dir = directory.constData();
     char **const envp = environ;
 
     const pid_t pid = ::fork();
-    if (pid != 0)
+    if (pid != 0) {
         return pid < 0 ? 0 : pid;
+    }
 
     // Child: async-signal-safe calls only from here on.
-    for (int fd = 0; fd < 32; ++fd)
+    for (int fd = 0; fd < 32; ++fd) {
         ::close(fd);
+    }
     // Our own descriptors are all close-on-exec; this also keeps out those
     // this program inherited without the flag (a leaked pipe of whatever
     // started us). A kernel without close_range leaves them as they are.
     ::close_range(32, ~0U, CLOSE_RANGE_CLOEXEC);
-    if (::chdir(dir) != 0)
+    if (::chdir(dir) != 0) {
         ::_exit(1);
-    if (::setsid() == -1)
+    }
+    if (::setsid() == -1) {
         ::_exit(1);
-    if (::open("/dev/null", O_RDWR) != 0)
+    }
+    if (::open("/dev/null", O_RDWR) != 0) {
         ::_exit(1);
+    }
     ::dup2(0, 1);
     ::dup2(0, 2);
     for (const char *path : paths) {
@@ -82,8 +93,9 @@ pid_t launchDetached(const QByteArray &executable, const QList<QByteArray> &argu
         // Like execvp: keep searching past names that are missing or not
         // accessible here; anything else ends the search.
         if (errno != ENOENT && errno != ENOTDIR && errno != EACCES && errno != ESTALE &&
-            errno != ENODEV && errno != ETIMEDOUT)
+            errno != ENODEV && errno != ETIMEDOUT) {
             break;
+        }
     }
     ::_exit(1);
 }

@@ -21,56 +21,67 @@ QString errnoText(int err) {
 
 QString displayName(const QString &path) {
     qsizetype end = path.size();
-    while (end > 1 && path.at(end - 1) == u'/')
+    while (end > 1 && path.at(end - 1) == u'/') {
         --end;
-    if (end == 1 && path.at(0) == u'/')
+    }
+    if (end == 1 && path.at(0) == u'/') {
         return QStringLiteral("/");
+    }
     const qsizetype slash = path.lastIndexOf(u'/', end - 1);
     return path.mid(slash + 1, end - slash - 1);
 }
 
 QString standardize(const QString &path) {
-    if (path.isEmpty())
+    if (path.isEmpty()) {
         return path;
+    }
     const bool absolute = isAbsolute(path);
     QStringList kept;
     for (const QString &part : path.split(u'/', Qt::SkipEmptyParts)) {
-        if (part == u".")
+        if (part == u".") {
             continue;
+        }
         if (part == u"..") {
-            if (!kept.isEmpty() && kept.last() != u"..")
+            if (!kept.isEmpty() && kept.last() != u"..") {
                 kept.removeLast();
-            else if (!absolute)
+            } else if (!absolute) {
                 kept.append(part);
+            }
             continue;
         }
         kept.append(part);
     }
     const QString joined = kept.join(u'/');
-    if (absolute)
+    if (absolute) {
         return u'/' + joined;
+    }
     return joined.isEmpty() ? QStringLiteral(".") : joined;
 }
 
 QString resolveSymlinks(const QString &path) {
     char resolved[PATH_MAX];
-    if (::realpath(path.toUtf8().constData(), resolved) != nullptr)
+    if (::realpath(path.toUtf8().constData(), resolved) != nullptr) {
         return QString::fromUtf8(resolved);
+    }
     return standardize(path);
 }
 
 QString append(const QString &path, const QString &component) {
-    if (path.isEmpty())
+    if (path.isEmpty()) {
         return component;
+    }
     qsizetype end = path.size();
-    while (end > 1 && path.at(end - 1) == u'/')
+    while (end > 1 && path.at(end - 1) == u'/') {
         --end;
+    }
     qsizetype start = 0;
-    while (start < component.size() && component.at(start) == u'/')
+    while (start < component.size() && component.at(start) == u'/') {
         ++start;
+    }
     QString head = path.left(end);
-    if (head != u"/")
+    if (head != u"/") {
         head += u'/';
+    }
     return head + component.mid(start);
 }
 
@@ -102,15 +113,17 @@ ItemInfo fromStat(const struct stat &st) {
 
 std::optional<ItemInfo> attributesOfItem(const QString &path) {
     struct stat st;
-    if (::lstat(path.toUtf8().constData(), &st) != 0)
+    if (::lstat(path.toUtf8().constData(), &st) != 0) {
         return std::nullopt;
+    }
     return fromStat(st);
 }
 
 std::optional<ItemInfo> attributesOfTarget(const QString &path) {
     struct stat st;
-    if (::stat(path.toUtf8().constData(), &st) != 0)
+    if (::stat(path.toUtf8().constData(), &st) != 0) {
         return std::nullopt;
+    }
     return fromStat(st);
 }
 
@@ -146,8 +159,9 @@ bool readAsciiPrefix(const QString &path, QByteArray *out, QString *error, qsize
     qsizetype total = 0;
     while (total < limit) {
         const ssize_t n = ::read(fd, out->data() + total, size_t(limit - total));
-        if (n < 0 && errno == EINTR)
+        if (n < 0 && errno == EINTR) {
             continue;
+        }
         if (n < 0) {
             *error = errnoText(errno);
             ::close(fd);
@@ -157,8 +171,9 @@ bool readAsciiPrefix(const QString &path, QByteArray *out, QString *error, qsize
         total += n;
         // A short read that reaches the size fstat gave is the end: saves
         // the extra read that would return 0.
-        if (n == 0 || total >= st.st_size)
+        if (n == 0 || total >= st.st_size) {
             break;
+        }
     }
     ::close(fd);
     out->truncate(total);
@@ -193,8 +208,9 @@ bool listDirectory(const QString &path, QStringList *names, QString *error) {
             break;
         }
         const char *name = entry->d_name;
-        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0)
+        if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) {
             continue;
+        }
         names->append(QString::fromUtf8(name));
     }
     ::closedir(dir);

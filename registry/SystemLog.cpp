@@ -21,18 +21,19 @@ QString escaped(const QString &line) {
     out.reserve(line.size());
     for (const QChar c : line) {
         const char16_t u = c.unicode();
-        if (u == u'\n')
+        if (u == u'\n') {
             out += QStringLiteral("\\n");
-        else if (u == u'\r')
+        } else if (u == u'\r') {
             out += QStringLiteral("\\r");
-        else if (u == u'\t')
+        } else if (u == u'\t') {
             out += c;
-        else if (u < 0x20 || u == 0x7f || (u >= 0x80 && u < 0xa0))
+        } else if (u < 0x20 || u == 0x7f || (u >= 0x80 && u < 0xa0)) {
             out += QStringLiteral("\\x%1").arg(int(u), 2, 16, QLatin1Char('0'));
-        else if (u == 0x2028 || u == 0x2029)
+        } else if (u == 0x2028 || u == 0x2029) {
             out += QStringLiteral("\\u%1").arg(int(u), 4, 16, QLatin1Char('0'));
-        else
+        } else {
             out += c;
+        }
     }
     return out;
 }
@@ -41,10 +42,12 @@ void writeAll(int fd, const QByteArray &bytes) {
     qsizetype done = 0;
     while (done < bytes.size()) {
         const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
-        if (n < 0 && errno == EINTR)
+        if (n < 0 && errno == EINTR) {
             continue;
-        if (n <= 0)
+        }
+        if (n <= 0) {
             return;  // nowhere else to report a failing standard error
+        }
         done += n;
     }
 }

@@ -84,11 +84,13 @@ std::string timestamp() {
 }
 
 void logLine(const std::string &text) {
-    if (gLogPath.empty())
+    if (gLogPath.empty()) {
         return;
+    }
     const int fd = ::open(gLogPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (fd < 0)
+    if (fd < 0) {
         return;
+    }
     const std::string line =
         timestamp() + " corvanta[" + std::to_string(::getpid()) + "]: " + text + "\n";
     (void)!::write(fd, line.data(), line.size());
@@ -97,8 +99,9 @@ void logLine(const std::string &text) {
 
 bool writeFile(const std::string &path, const std::string &content) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0)
+    if (fd < 0) {
         return false;
+    }
     const bool ok = ::write(fd, content.data(), content.size()) == ssize_t(content.size());
     return ::close(fd) == 0 && ok;
 }
@@ -110,11 +113,13 @@ void writeDescriptorReport(const char *reportPath, int argc, char **argv) {
     if (DIR *dir = ::opendir("/proc/self/fd")) {
         const int own = ::dirfd(dir);
         while (const dirent *e = ::readdir(dir)) {
-            if (e->d_name[0] == '.')
+            if (e->d_name[0] == '.') {
                 continue;
+            }
             const int fd = std::atoi(e->d_name);
-            if (fd != own)
+            if (fd != own) {
                 fds.push_back(fd);
+            }
         }
         ::closedir(dir);
     }
@@ -126,8 +131,9 @@ void writeDescriptorReport(const char *reportPath, int argc, char **argv) {
                   (n > 0 ? std::string(target, size_t(n)) : "?") + "\n";
     }
     report += "argc " + std::to_string(argc) + "\n";
-    for (int i = 0; i < argc; ++i)
+    for (int i = 0; i < argc; ++i) {
         report += "argv " + std::string(argv[i]) + "\n";
+    }
     char cwd[4096];
     report += "cwd " + std::string(::getcwd(cwd, sizeof cwd) ? cwd : "?") + "\n";
     report += std::string("session-leader ") + (::getsid(0) == ::getpid() ? "yes" : "no") + "\n";
@@ -142,19 +148,23 @@ struct Settings {
 Settings readSettings() {
     Settings settings;
     ZEM_CfgHandle *handle = nullptr;
-    if (ZEM_Cfg_init(&handle, "corvanta.ini") != 0)
+    if (ZEM_Cfg_init(&handle, "corvanta.ini") != 0) {
         return settings;
+    }
     if (ZEM_Cfg_find(handle, "database", nullptr) == 0) {
         while (ZEM_Cfg_nextentry(handle) == 0) {
             const unsigned kind = handle->flags & CFG_KIND_MASK;
-            if (kind == CFG_KIND_SECTION)
+            if (kind == CFG_KIND_SECTION) {
                 break;
-            if (kind != CFG_KIND_KEY || handle->id == nullptr || handle->value == nullptr)
+            }
+            if (kind != CFG_KIND_KEY || handle->id == nullptr || handle->value == nullptr) {
                 continue;
-            if (stricmp(handle->id, "lockfile") == 0)
+            }
+            if (stricmp(handle->id, "lockfile") == 0) {
                 settings.lockFile = handle->value;
-            else if (stricmp(handle->id, "errorlogfile") == 0)
+            } else if (stricmp(handle->id, "errorlogfile") == 0) {
                 settings.logFile = handle->value;
+            }
         }
     }
     ZEM_Cfg_done(handle);
@@ -168,8 +178,9 @@ bool envFlag(const char *name) {
 
 long envNumber(const char *name, long fallback) {
     const char *v = ::getenv(name);
-    if (v == nullptr || *v == '\0')
+    if (v == nullptr || *v == '\0') {
         return fallback;
+    }
     char *end = nullptr;
     const long n = std::strtol(v, &end, 10);
     return *end == '\0' && n >= 0 ? n : fallback;
@@ -183,8 +194,9 @@ int64_t nowMs() {
 
 int openListener(long port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd < 0)
+    if (fd < 0) {
         return -1;
+    }
     const int one = 1;
     ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
     sockaddr_in addr{};
@@ -210,10 +222,12 @@ void sendAll(int fd, const std::string &data) {
     size_t done = 0;
     while (done < data.size()) {
         const ssize_t n = ::send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR)
+        if (n < 0 && errno == EINTR) {
             continue;
-        if (n <= 0)
+        }
+        if (n <= 0) {
             return;  // the client is gone or not reading; its socket closes next
+        }
         done += size_t(n);
     }
 }
@@ -241,26 +255,32 @@ int serve(int listener, int wakeRead) {
     while (gStopSignal == 0) {
         std::vector<pollfd> fds;
         fds.push_back({wakeRead, POLLIN, 0});
-        if (listener >= 0 && clients.size() < kMaxClients)
+        if (listener >= 0 && clients.size() < kMaxClients) {
             fds.push_back({listener, POLLIN, 0});
-        for (const Client &c : clients)
+        }
+        for (const Client &c : clients) {
             fds.push_back({c.fd, POLLIN, 0});
+        }
         const int64_t now = nowMs();
         int timeout = -1;  // no client: wait for a connection or a signal
         for (const Client &c : clients) {
             const int remaining = int(std::max<int64_t>(0, c.deadline - now));
             timeout = timeout < 0 ? remaining : std::min(timeout, remaining);
         }
-        if (::poll(fds.data(), fds.size(), timeout) < 0 && errno != EINTR)
+        if (::poll(fds.data(), fds.size(), timeout) < 0 && errno != EINTR) {
             return 1;
-        if (gStopSignal != 0)
+        }
+        if (gStopSignal != 0) {
             break;
+        }
         for (const pollfd &p : fds) {
-            if (p.fd != listener || !(p.revents & POLLIN))
+            if (p.fd != listener || !(p.revents & POLLIN)) {
                 continue;
+            }
             const int fd = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-            if (fd >= 0)
+            if (fd >= 0) {
                 clients.push_back({fd, nowMs() + kClientTimeoutMs, {}});
+            }
         }
         const int64_t after = nowMs();
         for (auto it = clients.begin(); it != clients.end();) {
@@ -283,8 +303,9 @@ int serve(int listener, int wakeRead) {
             } else if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
                 done = true;
             }
-            if (!done && after >= it->deadline)
+            if (!done && after >= it->deadline) {
                 done = true;
+            }
             if (done) {
                 ::close(it->fd);
                 it = clients.erase(it);
@@ -293,16 +314,18 @@ int serve(int listener, int wakeRead) {
             }
         }
     }
-    for (const Client &c : clients)
+    for (const Client &c : clients) {
         ::close(c.fd);
+    }
     return 0;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (const char *report = ::getenv("CORVANTA_STANDIN_FD_REPORT"))
+    if (const char *report = ::getenv("CORVANTA_STANDIN_FD_REPORT")) {
         writeDescriptorReport(report, argc, argv);
+    }
 
     bool foreground = false;
     for (int i = 1; i < argc; ++i) {
@@ -322,17 +345,19 @@ int main(int argc, char **argv) {
     }
 
     int wake[2];
-    if (::pipe2(wake, O_CLOEXEC | O_NONBLOCK) != 0)
+    if (::pipe2(wake, O_CLOEXEC | O_NONBLOCK) != 0) {
         return 1;
+    }
     gWakeWrite = wake[1];
     struct sigaction action {};
     action.sa_handler = onStopSignal;
     ::sigemptyset(&action.sa_mask);
     ::sigaction(SIGINT, &action, nullptr);
-    if (envFlag("CORVANTA_STANDIN_IGNORE_TERM"))
+    if (envFlag("CORVANTA_STANDIN_IGNORE_TERM")) {
         ::signal(SIGTERM, SIG_IGN);
-    else
+    } else {
         ::sigaction(SIGTERM, &action, nullptr);
+    }
 
     const Settings settings = readSettings();
     gLogPath = settings.logFile;
@@ -349,32 +374,37 @@ int main(int argc, char **argv) {
     if (delay > 0) {
         pollfd p{wake[0], POLLIN, 0};
         const int64_t until = nowMs() + delay;
-        while (gStopSignal == 0 && nowMs() < until)
+        while (gStopSignal == 0 && nowMs() < until) {
             ::poll(&p, 1, int(std::min<int64_t>(until - nowMs(), 1000)));
+        }
     }
     bool lockWritten = false;
     if (gStopSignal == 0) {
         lockWritten = writeFile(settings.lockFile, std::to_string(::getpid()) + "\n");
-        if (!lockWritten)
+        if (!lockWritten) {
             logLine("cannot write lock file " + settings.lockFile + ": " + std::strerror(errno));
+        }
     }
 
     const long port = envNumber("CORVANTA_STANDIN_PORT", 8890);
     int listener = -1;
     if (gStopSignal == 0 && port > 0 && port < 65536) {
         listener = openListener(port);
-        if (listener < 0)
+        if (listener < 0) {
             logLine("port " + std::to_string(port) + " unavailable (" + std::strerror(errno) +
                     "), serving no page");
-        else
+        } else {
             logLine("serving http://127.0.0.1:" + std::to_string(port) + "/kelvarine/");
+        }
     }
 
     const int status = serve(listener, wake[0]);
-    if (listener >= 0)
+    if (listener >= 0) {
         ::close(listener);
-    if (lockWritten)
+    }
+    if (lockWritten) {
         ::unlink(settings.lockFile.c_str());
+    }
     logLine("stopped on signal " + std::to_string(int(gStopSignal)));
     return status;
 }
