@@ -18,10 +18,8 @@
 
 #include <functional>
 #include <optional>
-#include <string>
 #include <thread>
 
-// Readable gtest output; lists print element by element through this.
 inline void PrintTo(const QString &text, std::ostream *os) {
     *os << '"' << text.toStdString() << '"';
 }
@@ -117,23 +115,25 @@ protected:
             ::pause();
         return pid;
     }
-    // A child that has exited and been reaped.
-    static pid_t deadPid() {
-        const pid_t pid = ::fork();
-        if (pid == 0)
-            ::_exit(0);
-        ::waitpid(pid, nullptr, 0);
-        return pid;
+    // The lock-file path a record derived, found by planting the number 7 at each candidate.
+    QString lockPathOf(CorvantaInstance &record, const QStringList &candidates) {
+        for (const QString &candidate : candidates) {
+            writeFile(candidate, "7");
+            const bool found = record.pidValueFromLockFile() == 7;
+            removePath(candidate);
+            if (found)
+                return candidate;
+        }
+        return {};
     }
-    // The text `body` answers in a forked child, run as uid/gid 65534 if `unprivileged`
-    // and root (for whom access and kill always succeed); "crashed" on abnormal exit.
-    static std::string runInChild(const std::function<std::string()> &body, bool unprivileged) {
+    // What `body` answers in a forked child running as uid/gid 65534 (when root), or
+    // "crashed" on abnormal exit.
+    static std::string runUnprivileged(const std::function<std::string()> &body) {
         int fds[2];
-        if (::pipe2(fds, O_CLOEXEC) != 0)
-            return "no pipe";
+        EXPECT_EQ(::pipe2(fds, O_CLOEXEC), 0);
         const pid_t pid = ::fork();
         if (pid == 0) {
-            if (unprivileged && ::geteuid() == 0 &&
+            if (::geteuid() == 0 &&
                 (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0))
                 ::_exit(2);
             const std::string answer = body();
@@ -146,7 +146,7 @@ protected:
         const QByteArray answer = pipe.readAll();
         int status = 0;
         ::waitpid(pid, &status, 0);
-        return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? answer.toStdString() : "crashed";
+        return status == 0 ? answer.toStdString() : "crashed";
     }
 
     TempDir tmp;
