@@ -13,12 +13,12 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <functional>
 
@@ -28,26 +28,19 @@ void PrintTo(const QString &text, std::ostream *out) {
     *out << '"' << text.toStdString() << '"';
 }
 
-// Records what the desktop was asked to open, one line each.
-class FakeOpener : public DesktopOpener {
-public:
+// Records what the desktop was asked to open and to confirm, one line each,
+// answering every confirmation with `answer`; `whileUp` runs while a dialog is
+// up, as the nested event loop of a real one would. Login items live in memory.
+struct FakeDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
     bool openUrl(const QUrl &url) override {
-        opened += url.toString() + u'\n';
+        calls += url.toString() + u'\n';
         return true;
     }
     bool openFile(const QString &path) override {
-        opened += u"file "_s + path + u'\n';
+        calls += u"file "_s + path + u'\n';
         return true;
     }
-    QString opened;
-};
-
-// Login items in memory; unreadable when readable is false.
-class FakeLoginItems : public LoginItemList {
-public:
-    std::optional<QList<LoginItem>> snapshot() override {
-        return readable ? std::optional(items) : std::nullopt;
-    }
+    std::optional<QList<LoginItem>> snapshot() override { return items; }
     bool insertFirst(const QUrl &bundleUrl) override {
         items.prepend(LoginItem{u"added"_s, bundleUrl});
         return true;
@@ -55,40 +48,23 @@ public:
     bool remove(const LoginItem &item) override {
         return items.removeIf([&](const LoginItem &it) { return it.id == item.id; }) > 0;
     }
-    QString ids() const {
-        QStringList out;
-        for (const LoginItem &item : items) {
-            out << item.id;
-        }
-        return out.join(u' ');
-    }
-    QList<LoginItem> items;
-    bool readable = true;
-};
-
-// Answers every confirmation with `answer`; `whileUp` runs while the dialog is
-// up, as the nested event loop of a real one would.
-class FakePrompt : public ConfirmationPrompt {
-public:
     int runModal(const QString &message, const QString &informative, const QString &first,
                  const QString &second) override {
-        asked += QStringList{message, informative, first, second}.join(u" | ") + u'\n';
+        calls += QStringList{message, informative, first, second}.join(u" | ") + u'\n';
         if (whileUp) {
             whileUp();
         }
         return answer;
     }
-    QString asked;
+    QString calls;
+    QList<LoginItem> items;
     int answer = AlertFirstButtonReturn;
     std::function<void()> whileUp;
 };
 
-// An Application wired to fakes, and the fields tests look at.
 struct ApplicationProbe {
-    FakeOpener opener;
-    FakeLoginItems logins;
-    FakePrompt prompt;
-    Application app{opener, logins, prompt};
+    FakeDesktop fake;
+    Application app{fake, fake, fake};
 
     std::unique_ptr<CorvantaManager> &manager() { return app._manager; }
     bool inModalDialog() const { return app._inModalDialog; }
@@ -117,7 +93,7 @@ void writeFile(const QString &path, const QByteArray &bytes) {
 }
 
 // The items below the instance items, with the log and console items' states.
-QString fixedItems(bool log, bool console) {
+QString fixedItems(bool log = false, bool console = false) {
     return u"----\n%1 Open Diagnostic Messages\n%2 Open Corvanta Kelvarine\n"
            "+ View Online Documentation\n----\n"
            "+ Start Corvanta Monitor at Login\n+ Quit Corvanta Monitor\n"_s.arg(
@@ -136,9 +112,7 @@ bool becomeReader() {
 // for what changes the whole process or runs as another user.
 QString inChild(const std::function<QByteArray()> &body) {
     int fds[2];
-    if (::pipe2(fds, O_CLOEXEC) != 0) {
-        return u"no pipe"_s;
-    }
+    EXPECT_EQ(::pipe2(fds, O_CLOEXEC), 0);
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::alarm(20);
@@ -146,25 +120,23 @@ QString inChild(const std::function<QByteArray()> &body) {
         ::_exit(::write(fds[1], out.constData(), size_t(out.size())) == out.size() ? 0 : 1);
     }
     ::close(fds[1]);
-    QByteArray out;
-    char buffer[4096];
-    for (ssize_t n; (n = ::read(fds[0], buffer, sizeof buffer)) > 0;) {
-        out.append(buffer, n);
-    }
-    ::close(fds[0]);
+    QFile pipe;
+    pipe.open(fds[0], QIODevice::ReadOnly, QFile::AutoCloseHandle);
+    const QString out = QString::fromUtf8(pipe.readAll());
     int status = -1;
     EXPECT_EQ(::waitpid(pid, &status, 0), pid);
     EXPECT_EQ(status, 0);
-    return QString::fromUtf8(out);
+    return out;
 }
 
 // The manager searches a temporary directory.
 class StatusMenu : public ::testing::Test, protected ApplicationProbe {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(tmp.isValid());
         searchIn(home);
         app.setPackageRoot(home + u"/package"_s);
+        standIn.start(u"sleep"_s, {u"60"_s});
+        ASSERT_TRUE(standIn.waitForStarted());
     }
 
     void searchIn(const QString &dir) {
@@ -172,23 +144,19 @@ protected:
         manager()->addSearchPath(dir);
     }
 
-    QString addInstance(const QString &name, bool withLog = false) {
-        const QString dir = home + u'/' + name;
+    // `spec` is a directory name, with "+log" and "+run" as wanted; a running
+    // instance's lock file names a live process that is no server.
+    QString addInstance(const QString &spec) {
+        const QString dir = home + u'/' + spec.section(u'+', 0, 0);
         EXPECT_TRUE(QDir().mkpath(dir));
         writeFile(dir + u"/corvanta.ini"_s, "[database]\n");
-        if (withLog) {
+        if (spec.contains(u"+log")) {
             writeFile(dir + u"/corvanta.log"_s, "started\n");
         }
-        return dir;
-    }
-
-    // A lock file naming a live process that is no server.
-    void markRunning(const QString &dir) {
-        if (standIn.state() == QProcess::NotRunning) {
-            standIn.start(u"sleep"_s, {u"60"_s});
-            ASSERT_TRUE(standIn.waitForStarted());
+        if (spec.contains(u"+run")) {
+            writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
         }
-        writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
+        return dir;
     }
 
     QString open() {
@@ -198,10 +166,12 @@ protected:
     }
 
     QAction *item(const QString &title) const {
-        const QList<QAction *> items = menu->actions();
-        const auto it = std::find_if(items.begin(), items.end(),
-                                     [&](const QAction *item) { return item->text() == title; });
-        return it == items.end() ? nullptr : *it;
+        for (QAction *item : menu->actions()) {
+            if (item->text() == title) {
+                return item;
+            }
+        }
+        return nullptr;
     }
 
     QProcess standIn;  // killed and reaped on the way out
@@ -214,22 +184,21 @@ protected:
 
 TEST_F(StatusMenu, ListsInstancesAndChoosesTheDefault) {
     const struct {
-        const char *instances;  // directory names, with "+log" and "+run" as wanted
-        const char *searchIn;
-        QString expected;
+        const char *instances, *searchIn;
+        QString expected;  // the menu and the default instance's directory
     } cases[] = {
-        {"", "", u"- No Corvanta Instances\n"_s + fixedItems(false, false)},
-        {"alpha+log", "", u"+ Start Instance 'alpha'\n"_s + fixedItems(true, false) + u"alpha"_s},
+        {"", "", u"- No Corvanta Instances\n"_s + fixedItems()},
+        {"alpha+log", "", u"+ Start Instance 'alpha'\n"_s + fixedItems(true) + u"alpha"_s},
         {"database+run", "",
          u"+ Stop Default Instance\n"_s + fixedItems(false, true) + u"database"_s},
         {"alpha+log+run beta+log", "",
-         u"+ Stop Instance 'alpha'\n+ Start Instance 'beta'\n"_s + fixedItems(false, false)},
+         u"+ Stop Instance 'alpha'\n+ Start Instance 'beta'\n"_s + fixedItems()},
         {"alpha database+log zeta+run", "",
          u"+ Start Instance 'alpha'\n+ Start Default Instance\n+ Stop Instance 'zeta'\n"_s +
-             fixedItems(true, false) + u"database"_s},
+             fixedItems(true) + u"database"_s},
         // The search directory is itself a "database" instance holding another.
         {"database database/database+log", "database",
-         u"+ Start Default Instance\n+ Start Default Instance\n"_s + fixedItems(true, false) +
+         u"+ Start Default Instance\n+ Start Default Instance\n"_s + fixedItems(true) +
              u"database/database"_s},
     };
     for (const auto &c : cases) {
@@ -239,20 +208,15 @@ TEST_F(StatusMenu, ListsInstancesAndChoosesTheDefault) {
         const QStringList instances =
             QString::fromUtf8(c.instances).split(u' ', Qt::SkipEmptyParts);
         for (const QString &instance : instances) {
-            const QString path =
-                addInstance(instance.section(u'+', 0, 0), instance.contains(u"+log"));
-            if (instance.contains(u"+run")) {
-                markRunning(path);
-            }
+            addInstance(instance);
         }
         searchIn(home + u'/' + QString::fromUtf8(c.searchIn));
-        QString seen = open();  // and the default instance's directory
+        QString seen = open();
         if (const CorvantaInstancePtr chosen = defaultInstance()) {
             seen += QDir(home).relativeFilePath(chosen->directory());
         }
         EXPECT_EQ(seen, c.expected);
         EXPECT_EQ(timerRunning(), !instances.isEmpty());
-        EXPECT_EQ(menu->actions().first()->data().isValid(), !instances.isEmpty());
     }
 }
 
@@ -261,7 +225,7 @@ TEST_F(StatusMenu, ItemTitleAndActionFollowEveryServerStatus) {
     CorvantaInstance record(dir);
     QAction item;
     item.setData(QVariant::fromValue(CorvantaInstancePtr(new CorvantaInstance(dir))));
-    prompt.answer = 0;
+    fake.answer = 0;
     QString seen;
     for (const qint32 status : std::initializer_list<qint32>{
              ServerStatusStopped, ServerStatusStarting, ServerStatusRunning, ServerStatusStopping,
@@ -277,17 +241,17 @@ TEST_F(StatusMenu, ItemTitleAndActionFollowEveryServerStatus) {
               "+ Stop Instance 'R&&D'\n- Instance 'R&&D': Stopping\n"
               "- Instance 'R&&D': Unknown\n- Instance 'R&&D': Unknown\n"
               "- Instance 'R&&D': Unknown\n"_s);
-    EXPECT_EQ(prompt.asked.count(u"the Instance 'R&D'?"), 2);
+    EXPECT_EQ(fake.calls.count(u"the Instance 'R&D'?"), 2);
 }
 
-TEST_F(StatusMenu, TicksRewriteInstanceItemsOnlyWhileOpen) {
-    const QString dir = addInstance(u"alpha"_s);
-    ASSERT_EQ(open(), u"+ Start Instance 'alpha'\n"_s + fixedItems(false, false));
+TEST_F(StatusMenu, TicksRewriteInstanceItemsOnlyWhileOpenAndForBoundedTime) {
+    addInstance(u"alpha"_s);
+    ASSERT_EQ(open(), u"+ Start Instance 'alpha'\n"_s + fixedItems());
     // The item follows within a tick or two; the list and fixed items stay.
-    addInstance(u"beta"_s, true);
-    markRunning(dir);
+    addInstance(u"beta+log"_s);
+    addInstance(u"alpha+run"_s);
     EXPECT_TRUE(QTest::qWaitFor([&] { return item(u"Stop Instance 'alpha'"_s); }, 3000));
-    EXPECT_EQ(describe(*menu), u"+ Stop Instance 'alpha'\n"_s + fixedItems(false, false));
+    EXPECT_EQ(describe(*menu), u"+ Stop Instance 'alpha'\n"_s + fixedItems());
 
     menu->hide();  // closed: nothing refreshes the item
     EXPECT_FALSE(timerRunning());
@@ -297,13 +261,8 @@ TEST_F(StatusMenu, TicksRewriteInstanceItemsOnlyWhileOpen) {
     app.updateMenuItem(first, record.get());
     QTest::qWait(3 * Application::MenuUpdateIntervalMs);
     EXPECT_EQ(first->text(), u"Instance 'alpha': Unknown"_s);
-    EXPECT_EQ(open(),
-              u"+ Stop Instance 'alpha'\n+ Start Instance 'beta'\n"_s + fixedItems(false, false));
-}
+    EXPECT_EQ(open(), u"+ Stop Instance 'alpha'\n+ Start Instance 'beta'\n"_s + fixedItems());
 
-TEST_F(StatusMenu, LostCloseStopsTickingAfterBoundedTime) {
-    addInstance(u"alpha"_s);
-    open();
     app.menuWillOpen(menu.get());  // a second opening without a close
     for (int tick = 1; tick < Application::MaxTicksPerOpening; ++tick) {
         app.menuTimerFired(menu.get());
@@ -311,7 +270,6 @@ TEST_F(StatusMenu, LostCloseStopsTickingAfterBoundedTime) {
     EXPECT_TRUE(timerRunning());
     app.menuTimerFired(menu.get());
     EXPECT_FALSE(timerRunning());
-    EXPECT_TRUE(menu->isVisible());
     open();  // counts afresh
     app.menuTimerFired(menu.get());
     EXPECT_TRUE(timerRunning());
@@ -326,15 +284,12 @@ TEST_F(StatusMenu, QuitKeyInOpenMenuEndsEventLoop) {
             open();
             QTest::keyClick(menu.get(), keys.key(), keys.keyboardModifiers());
         });
-        QTimer fallback;
-        fallback.callOnTimeout([] { QCoreApplication::exit(7); });
-        fallback.start(1500);
+        QTimer::singleShot(1500, menu.get(), [] { QCoreApplication::exit(7); });
         EXPECT_EQ(QCoreApplication::exec(), exitCode);
     }
 }
 
 TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
-    const QString idle = addInstance(u"idle"_s);
     const QString busy = addInstance(u"busy"_s);
     QProcess server;  // a live process the reader may signal
     server.setChildProcessModifier([] {
@@ -345,21 +300,20 @@ TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
     server.start(u"sleep"_s, {u"60"_s});
     ASSERT_TRUE(server.waitForStarted());
     writeFile(busy + u"/corvanta.lck"_s, QByteArray::number(server.processId()));
-    const QFile::Permissions readOnly = QFile::ReadOwner | QFile::ExeOwner | QFile::ReadGroup |
-                                        QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
-    for (const QString &dir : {tmp.path(), home, idle, busy}) {
-        ASSERT_TRUE(QFile::setPermissions(dir, readOnly));
+    const QStringList dirs = {tmp.path(), home, addInstance(u"idle"_s), busy};
+    for (const QString &dir : dirs) {
+        ASSERT_TRUE(::chmod(dir.toUtf8().constData(), 0555) == 0);
     }
     EXPECT_EQ(inChild([&] {
                   if (!becomeReader()) {
-                      return QByteArray("cannot become a reader");
+                      return QByteArray("not a reader");
                   }
                   app.menuWillOpen(menu.get());
                   return describe(*menu).toUtf8();
               }),
-              u"- Stop Instance 'busy'\n- Start Instance 'idle'\n"_s + fixedItems(false, false));
-    for (const QString &dir : {tmp.path(), home, idle, busy}) {
-        QFile::setPermissions(dir, readOnly | QFile::WriteOwner);
+              u"- Stop Instance 'busy'\n- Start Instance 'idle'\n"_s + fixedItems());
+    for (const QString &dir : dirs) {
+        ::chmod(dir.toUtf8().constData(), 0755);
     }
     server.kill();
     server.waitForFinished();
@@ -371,7 +325,7 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     qputenv("CORVANTA_STANDIN_LOCK_DELAY_MS", "300");
     const QString dir = addInstance(u"database"_s);
     open();
-    prompt.whileUp = [&] {
+    fake.whileUp = [&] {
         EXPECT_TRUE(inModalDialog());
         // Opening the menu meanwhile shows it as it was, without ticks.
         const QString shown = describe(*menu);
@@ -382,7 +336,7 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     };
     // The status right after the answer, the item on reopening, and what it becomes.
     const auto answerWith = [&](int answer, const QString &then) {
-        prompt.answer = answer;
+        fake.answer = answer;
         menu->actions().first()->trigger();
         EXPECT_FALSE(inModalDialog());
         const auto record = menu->actions().first()->data().value<CorvantaInstancePtr>();
@@ -395,69 +349,75 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     EXPECT_EQ(answerWith(0, u"Stop Default Instance"_s), u"3 + Stop Default Instance"_s);
     EXPECT_EQ(answerWith(1000, u"Start Default Instance"_s), u"4 - Default Instance: Stopping"_s);
     EXPECT_FALSE(QFile::exists(dir + u"/corvanta.lck"_s));
-    const QString start =
-        u"Do you want to start the Default Instance? | This will start up a "
-        "Corvanta instance in directory\n%1. | Start | Cancel\n"_s.arg(dir);
-    const QString stop =
-        u"Do you want to stop the Default Instance? | This will stop the "
-        "Corvanta instance in directory\n%1. | Stop | Cancel\n"_s.arg(dir);
-    EXPECT_EQ(prompt.asked, start + start + stop + stop);
+    const QString ask =
+        u"Do you want to %1 the Default Instance? | This will %2 "
+        "Corvanta instance in directory\n%3. | %4 | Cancel\n"_s;
+    const QString start = ask.arg(u"start"_s, u"start up a"_s, dir, u"Start"_s);
+    const QString stop = ask.arg(u"stop"_s, u"stop the"_s, dir, u"Stop"_s);
+    EXPECT_EQ(fake.calls, start + start + stop + stop);
     if (QFile lock(dir + u"/corvanta.lck"_s); lock.open(QIODevice::ReadOnly)) {
         ::kill(lock.readAll().trimmed().toInt(), SIGTERM);  // left behind by a failure
     }
 }
 
 TEST_F(StatusMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {
-    const QUrl self = app.packageUrl();
-    QUrl slashed = self;
+    QUrl slashed = app.packageUrl();
     slashed.setPath(slashed.path() + u'/');
-    logins.items = {
-        {u"unresolved"_s, std::nullopt}, {u"slashed"_s, slashed}, {u"b"_s, self}, {u"c"_s, self}};
+    fake.items = {{u"unresolved"_s, std::nullopt},
+                  {u"slashed"_s, slashed},
+                  {u"b"_s, app.packageUrl()},
+                  {u"c"_s, app.packageUrl()}};
     QString seen;
     for (int round = 0; round < 4; ++round) {
         open();
         QAction *toggle = item(u"Start Corvanta Monitor at Login"_s);
-        seen += toggle->isChecked() ? u"[x] "_s : u"[ ] "_s;
+        seen += toggle->isChecked() ? u"[x]"_s : u"[ ]"_s;
         toggle->trigger();
-        seen += logins.ids() + u'\n';
+        for (const LoginItem &entry : fake.items) {
+            seen += u' ' + entry.id;
+        }
+        seen += u'\n';
     }
     EXPECT_EQ(seen,
               u"[x] unresolved slashed c\n[x] unresolved slashed\n"
               "[ ] added unresolved slashed\n[x] unresolved slashed\n"_s);
-    logins.readable = false;  // and is then left alone
-    EXPECT_FALSE(Application::willStartAtLogin(self, logins));
-    Application::setStartAtLogin(self, true, logins);
-    EXPECT_EQ(logins.ids(), u"unresolved slashed"_s);
 }
 
-// Each case runs the set-up in a child with exactly the given environment; "@"
-// stands for a fresh directory, "$" for the fallback installation in it.
+TEST_F(StatusMenu, LinksOpenFixedAddressesAndTheDefaultInstancesLog) {
+    app.viewLogFile();  // no default instance yet
+    const QString dir = addInstance(u"database+log+run"_s);
+    open();
+    item(u"Open Corvanta Kelvarine"_s)->trigger();
+    item(u"View Online Documentation"_s)->trigger();
+    item(u"Open Diagnostic Messages"_s)->trigger();
+    QFile::remove(dir + u"/corvanta.log"_s);  // gone since the menu was built
+    app.viewLogFile();
+    EXPECT_EQ(fake.calls,
+              u"http://localhost:8890/kelvarine/\nhttp://docs.nordelix.com/corvanta/\n"
+              "file %1/corvanta.log\n"_s.arg(dir));
+}
+
+// Each case runs the set-up in a child with exactly the given environment and
+// answers the environment afterwards, the log and the search paths; "@" stands
+// for a fresh directory, "$" for the fallback installation in it.
 TEST(InstallationEnvironment, ExportsTheInstallationFoundOrChangesNothing) {
     const struct {
         const char *tree;  // below "@", a directory when ending in "/"; "@/link" is "@/install"
-        const char *env;
-        const char *expected;  // the variables set, log and search lines of the child
+        const char *env, *expected;
     } cases[] = {
         {"install/lib/ install/bin/odbc.ini install/bin/odbcinst.ini",
          "CORVANTA_HOME=@/link PATH=/usr/bin:/bin LD_LIBRARY_PATH=/opt/x",
          "CORVANTA_HOME=@/install\nPATH=@/install/bin:/usr/bin:/bin\n"
          "LD_LIBRARY_PATH=@/install/lib:/opt/x\nODBCINI=@/install/bin/odbc.ini\n"
          "ODBCINSTINI=@/install/bin/odbcinst.ini\nsearch @/install\n"},
-        {"$/bin/ file", "CORVANTA_HOME=@/file PATH=/usr/bin",
-         "CORVANTA_HOME=$\nPATH=$/bin:/usr/bin\nsearch $\n"},
-        {"$/bin/", "CORVANTA_HOME=@/missing", "CORVANTA_HOME=$\nPATH=$/bin\nsearch $\n"},
+        {"$/bin/odbc.ini/ $/bin/odbcinst.ini file", "CORVANTA_HOME=@/file PATH=/usr/bin",
+         "CORVANTA_HOME=$\nPATH=$/bin:/usr/bin\nODBCINSTINI=$/bin/odbcinst.ini\nsearch $\n"},
         {"", "PATH=/usr/bin ODBCINI=/etc/odbc.ini",
-         "log Corvanta installation not found\nPATH=/usr/bin\nODBCINI=/etc/odbc.ini\n"},
-        {"install/bin/ install/lib/", "CORVANTA_HOME=@/install LD_LIBRARY_PATH=",
-         "CORVANTA_HOME=@/install\nPATH=@/install/bin\nLD_LIBRARY_PATH=@/install/lib:\n"
-         "search @/install\n"},
-        {"install/bin/odbc.ini install/bin/odbcinst.ini",
-         "CORVANTA_HOME=@/install PATH= ODBCINI= ODBCINSTINI=/etc/my.ini",
-         "CORVANTA_HOME=@/install\nPATH=@/install/bin:\nODBCINI=\nODBCINSTINI=/etc/my.ini\n"
-         "search @/install\n"},
-        {"install/bin/odbc.ini/ install/bin/odbcinst.ini", "CORVANTA_HOME=@/install",
-         "CORVANTA_HOME=@/install\nPATH=@/install/bin\nODBCINSTINI=@/install/bin/odbcinst.ini\n"
-         "search @/install\n"},
+         "PATH=/usr/bin\nODBCINI=/etc/odbc.ini\nlog Corvanta installation not found\n"},
+        {"install/lib/ install/bin/odbc.ini install/bin/odbcinst.ini",
+         "CORVANTA_HOME=@/install LD_LIBRARY_PATH= PATH= ODBCINI= ODBCINSTINI=/etc/my.ini",
+         "CORVANTA_HOME=@/install\nLD_LIBRARY_PATH=@/install/lib:\nPATH=@/install/bin:\n"
+         "ODBCINI=\nODBCINSTINI=/etc/my.ini\nsearch @/install\n"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.env);
@@ -469,11 +429,11 @@ TEST(InstallationEnvironment, ExportsTheInstallationFoundOrChangesNothing) {
                 .replace(u'@', root);
         };
         ASSERT_TRUE(QFile::link(root + u"/install"_s, root + u"/link"_s));
-        for (const QString &entry : expand(c.tree).split(u' ', Qt::SkipEmptyParts)) {
-            const QString path = entry.startsWith(u'/') ? entry : root + u'/' + entry;
-            ASSERT_TRUE(QDir().mkpath(path.endsWith(u'/') ? path : QFileInfo(path).path()));
-            if (!path.endsWith(u'/')) {
-                writeFile(path, "[x]\n");
+        for (const QString &path : expand(c.tree).split(u' ', Qt::SkipEmptyParts)) {
+            const QString full = path.startsWith(u'/') ? path : root + u'/' + path;
+            ASSERT_TRUE(QDir().mkpath(full.endsWith(u'/') ? full : QFileInfo(full).path()));
+            if (!full.endsWith(u'/')) {
+                writeFile(full, "[x]\n");
             }
         }
         EXPECT_EQ(inChild([&] {
@@ -482,19 +442,17 @@ TEST(InstallationEnvironment, ExportsTheInstallationFoundOrChangesNothing) {
                           qputenv(var.section(u'=', 0, 0).toUtf8().constData(),
                                   var.section(u'=', 1).toUtf8());
                       }
-                      QByteArray out;
-                      setSystemLogSink(
-                          [&](const QString &line) { out += "log " + line.toUtf8() + '\n'; });
+                      QByteArray log;
+                      setSystemLogSink([&](const QString &line) { log += line.toUtf8() + '\n'; });
                       ApplicationProbe probe;
                       probe.app.setPackageRoot(root + u"/package"_s);
                       probe.manager() = std::make_unique<CorvantaManager>();
                       probe.app.setupGlobalEnvironment();
-                      for (const char *name :
-                           {"CORVANTA_HOME", "PATH", "LD_LIBRARY_PATH", "ODBCINI", "ODBCINSTINI"}) {
-                          if (const char *value = std::getenv(name)) {
-                              out += QByteArray(name) + '=' + value + '\n';
-                          }
+                      QByteArray out;
+                      for (char **var = environ; *var; ++var) {
+                          out += QByteArray(*var) + '\n';
                       }
+                      out += log.isEmpty() ? "" : "log " + log;
                       for (const QString &path : probe.manager()->searchPaths()) {
                           out += "search " + path.toUtf8() + '\n';
                       }
@@ -506,27 +464,10 @@ TEST(InstallationEnvironment, ExportsTheInstallationFoundOrChangesNothing) {
 
 int main(int argc, char *argv[]) {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+        qputenv("QT_QPA_PLATFORM", "offscreen");  // also while ctest lists the tests
     }
     QApplication qapp(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
-}
-
-TEST_F(StatusMenu, LinksOpenFixedAddressesAndTheDefaultInstancesLog) {
-    app.viewLogFile();  // no default instance yet
-    const QString dir = addInstance(u"database"_s, true);
-    markRunning(dir);
-    open();
-    item(u"Open Corvanta Kelvarine"_s)->trigger();
-    item(u"View Online Documentation"_s)->trigger();
-    item(u"Open Diagnostic Messages"_s)->trigger();
-    QFile::remove(dir + u"/corvanta.log"_s);  // gone since the menu was built
-    app.viewLogFile();
-    EXPECT_EQ(opener.opened,
-              u"http://localhost:8890/kelvarine/\n"
-              "http://docs.nordelix.com/corvanta/\n"
-              "file "_s +
-                  dir + u"/corvanta.log\n"_s);
 }
