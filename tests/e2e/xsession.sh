@@ -1,19 +1,17 @@
-# Helpers for driving the tray monitor on a private X server with a real tray
-# host, as a person would. Sourced by tray_e2e.sh and examples/run-demo.sh;
-# callers set `work` (a private directory) first and call xs_stop on exit.
-# Every wait is bounded.
+# Drives the tray monitor on a private X server with a real tray host, as a
+# person would. Sourced by tray_e2e.sh and examples/run-demo.sh: callers set
+# `work` (a private directory) and call xs_stop on exit. Every wait is bounded.
 # shellcheck shell=bash disable=SC2154
 xs_pids=()
 
 # Polls a command every 0.1 s until it succeeds or `seconds` pass.
 xs_wait() {
-    local i tenths=$(($1 * 10))
+    local end=$((SECONDS + $1))
     shift
-    for ((i = 0; i < tenths; i++)); do
-        "$@" && return 0
+    until "$@"; do
+        ((SECONDS < end)) || return 1
         sleep 0.1
     done
-    return 1
 }
 
 # Xvfb on a display number it picks itself (-displayfd), then a tray host.
@@ -38,8 +36,8 @@ xs_stop() {
     xs_pids=()
 }
 
-# The tray icon is the monitor's window docked inside the panel; its menus
-# and dialogs are top-level windows.
+# The tray icon is the monitor's window docked in the panel; menus and dialogs
+# are top-level windows.
 xs_tray_icon() {
     comm -23 <(xdotool search --onlyvisible --class '^corvanta-monitor$' 2>/dev/null | sort) \
         <(xdotool search --maxdepth 1 --class '^corvanta-monitor$' 2>/dev/null | sort) |
@@ -50,20 +48,10 @@ xs_no_popup() { ! xs_has_popup; }
 
 # Clicks the tray icon and waits for the menu to take the keyboard.
 xs_open_menu() {
-    xs_wait 5 xs_tray_icon >/dev/null || { echo "no tray icon" >&2; return 1; }
     xs_wait 5 xs_no_popup || { echo "a window is still open" >&2; return 1; }
     xdotool mousemove --window "$(xs_tray_icon)" 8 8 click 1
     xs_wait 5 xs_has_popup || { echo "the menu did not open" >&2; return 1; }
     sleep 0.2
-}
-
-# Opens the menu, presses `key` n >= 1 times (Down from the top, Up from the
-# bottom; the menu skips separators and disabled items), then Return.
-xs_choose() {
-    xs_open_menu || return 1
-    xs_screenshot "$1-menu"
-    xdotool key --repeat "$3" "$2"
-    xdotool key Return
 }
 
 xs_screenshot() {

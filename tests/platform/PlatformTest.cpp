@@ -1,0 +1,211 @@
+#include "LinuxPlatform.h"
+#include "SingleInstance.h"
+#include "Translations.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QGuiApplication>
+#include <QLocalSocket>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTranslator>
+
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+class PlatformTest : public ::testing::Test {
+protected:
+    QTemporaryDir tmp;
+    const QString dir = tmp.path() + "/config/autostart";
+
+    static void write(const QString &path, const QByteArray &text) {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile f(path);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(text);
+    }
+    // An executable at <tmp>/<package>/bin/<name>.
+    QString program(const QString &package, const QString &name = "corvanta-monitor") {
+        const QString path = tmp.path() + "/" + package + "/bin/" + name;
+        write(path, "#!/bin/sh\n");
+        QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner);
+        return path;
+    }
+    QString root(const QString &package) const {
+        return QUrl::fromLocalFile(tmp.path() + "/" + package).toString();
+    }
+    void entry(const QString &name, const QByteArray &exec, const QByteArray &extra = {}) {
+        write(dir + "/" + name, "[Desktop Entry]\nType=Application\nExec=" + exec + "\n" + extra);
+    }
+    // "id[=resolved URL]" in list order.
+    static QString describe(XdgAutostartList &list) {
+        QStringList out;
+        for (const LoginItem &item :
+             list.snapshot().value_or(QList<LoginItem>{{"<unreadable>", {}}})) {
+            out << item.id + (item.resolved ? "=" + item.resolved->toString() : "");
+        }
+        return out.join(' ');
+    }
+};
+
+TEST_F(PlatformTest, SingleInstanceTakesOverAStaleSocketAndRefusesASecondWhileAlive) {
+    const QString name = tmp.path() + "/monitor";
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    qstrncpy(addr.sun_path, QFile::encodeName(name).constData(), sizeof(addr.sun_path));
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)), 0);
+    ::close(fd);  // a killed monitor's socket: bound, nobody listening
+    {
+        SingleInstance first(name);
+        ASSERT_TRUE(first.acquire());
+        EXPECT_FALSE(SingleInstance(name).acquire());
+        QLocalSocket probe;  // the refused one must leave the socket alone
+        probe.connectToServer(name);
+        EXPECT_TRUE(probe.waitForConnected(1000));
+    }
+    EXPECT_TRUE(SingleInstance(name).acquire());
+}
+
+QString tr(const char *context, const char *text) {
+    return QCoreApplication::translate(context, text);
+}
+
+TEST(TranslationsTest, GermanIsEmbeddedAndEnglishIsTheFallback) {
+    ASSERT_TRUE(installTranslations(*qApp, QLocale(QLocale::German, QLocale::Germany)));
+    EXPECT_EQ(tr("Application", "%1: Stopping")
+                  .arg(tr("CorvantaInstance", "Instance '%1'").arg("analytics")),
+              "Instanz „analytics“: Wird beendet");
+    EXPECT_EQ(
+        tr("Application", "This will stop the Corvanta instance in directory\n%1.").arg("/srv/db"),
+        "Dadurch wird die Corvanta-Instanz im Verzeichnis\n/srv/db beendet.");
+    qDeleteAll(qApp->findChildren<QTranslator *>());
+    EXPECT_FALSE(installTranslations(*qApp, QLocale(QLocale::English, QLocale::UnitedStates)));
+    EXPECT_EQ(tr("Application", "Start %1"), "Start %1");
+}
+
+// This xdg-open records its arguments only once released, so an opener that
+// waited for it would fail.
+QByteArray releaseAndRead(const QString &script) {
+    QFile go(script + ".go");
+    EXPECT_TRUE(go.open(QIODevice::WriteOnly));
+    QFile record(script + ".rec");
+    for (QDeadlineTimer limit(10000); !record.open(QIODevice::ReadOnly) && !limit.hasExpired();) {
+        QThread::msleep(20);
+    }
+    go.remove();
+    const QByteArray recorded = record.readAll();
+    record.remove();
+    return recorded;
+}
+
+TEST_F(PlatformTest, OpenerHandsUrlsAndFilesToXdgOpenWithoutWaiting) {
+    if (QGuiApplication::platformName() != u"xcb") {
+        GTEST_SKIP() << "only desktop platforms hand URLs on; ctest runs this on Xvfb";
+    }
+    const QString script = program("fake", "xdg-open");
+    write(script,
+          "#!/bin/sh\nfor i in $(seq 100); do [ -e \"$0.go\" ] && break; sleep 0.1; done\n"
+          "printf '%s\\n' \"$@\" >\"$0.tmp\" && mv \"$0.tmp\" \"$0.rec\"\n");
+    qputenv("PATH", QFile::encodeName(tmp.path()) + "/fake/bin:" + qgetenv("PATH"));
+    QtDesktopOpener opener;
+    ASSERT_TRUE(opener.openUrl(QUrl("http://localhost:8890/kelvarine/")));
+    EXPECT_FALSE(QFile::exists(script + ".rec"));
+    EXPECT_EQ(releaseAndRead(script), "http://localhost:8890/kelvarine/\n");
+    ASSERT_TRUE(opener.openFile("/srv/my db/corvanta.log"));
+    EXPECT_EQ(releaseAndRead(script), "file:///srv/my%20db/corvanta.log\n");
+}
+
+TEST_F(PlatformTest, AutostartListsDesktopFilesInNameOrderAndResolvesOnlyUsableEntries) {
+    const QByteArray a = QFile::encodeName("\"" + program("pkg a", "prog") + "\"");
+    program("pkg\"b", "p$q");
+    const QByteArray b = QFile::encodeName(tmp.path()) + "/pkg\\\\\"b/bin/p\\\\$q\"";
+    // Only the first [Desktop Entry] group counts, and in it the first key.
+    write(dir + "/a.desktop", "\xEF\xBB\xBF# c\r\nExec=" + a + "\n[Other]\nExec=" + a +
+                                  "\n[Desktop Entry]\r\nType = Application\nExec[de]=" + a +
+                                  "\n  Exec =  \"" + b + "  \nExec=" + a +
+                                  "\nHidden=false\nHidden=true\n[Desktop Entry]\n"
+                                  "X-GNOME-Autostart-enabled=false\n");
+    entry("b.desktop", a + " %U");
+    entry("B.desktop", "relative/bin/prog");
+    entry("c.desktop", a, "Hidden=true\n");
+    entry("d.desktop", a, "X-GNOME-Autostart-enabled=false\n");
+    entry("e.desktop", "/nonexistent/bin/prog");
+    entry("f.desktop", a.chopped(1));
+    write(dir + "/g.desktop", "no group at all\nExec=" + a + "\n");
+    entry("i.desktop", QFile::encodeName(tmp.path()));  // a directory
+    entry("j.desktop", a, QByteArray(70 * 1024, '#'));
+    QDir().mkpath(dir + "/k.desktop");
+    // A FIFO must neither block the listing nor count.
+    ASSERT_EQ(::mkfifo(QFile::encodeName(dir + "/l.desktop").constData(), 0600), 0);
+    XdgAutostartList list(dir, "/x/bin/y");
+    EXPECT_EQ(describe(list), QString("B.desktop a.desktop=%1 b.desktop=%2 c.desktop d.desktop "
+                                      "e.desktop f.desktop g.desktop i.desktop j.desktop "
+                                      "k.desktop l.desktop")
+                                  .arg(root("pkg\"b"), root("pkg a")));
+}
+
+TEST_F(PlatformTest, AutostartInsertWritesAQuotedEntryAtomicallyThatReadsBack) {
+    const QString package = "my \"pkg\" $HOME \\ 100%\t`x`\nend";
+    const QString exe = program(package);
+    XdgAutostartList list(dir, exe);
+    EXPECT_EQ(describe(list), "");  // no directory yet: no login items
+    ASSERT_TRUE(list.insertFirst(XdgAutostartList::packageRootUrl(exe)));
+    EXPECT_EQ(QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{"corvanta-monitor.desktop"});  // no temporary left
+    QFile written(dir + "/corvanta-monitor.desktop");
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    EXPECT_EQ(written.readAll(),
+              "[Desktop Entry]\nType=Application\nName=Corvanta Monitor\n"
+              "Comment=Watches the local Corvanta database servers\nExec=\"" +
+                  QFile::encodeName(tmp.path()) +
+                  "/my \\\\\"pkg\\\\\" \\\\$HOME \\\\\\\\ 100%%\\t\\\\`x\\\\`\\nend/bin/"
+                  "corvanta-monitor\"\nIcon=corvanta-monitor\nTerminal=false\n"
+                  "X-GNOME-Autostart-enabled=true\n");
+    EXPECT_EQ(describe(list), "corvanta-monitor.desktop=" + root(package));
+}
+
+TEST_F(PlatformTest, AutostartEntryIsNumberedPastOthersRewrittenWhenOffAndRemovedAlone) {
+    const QString exe = program("pkg");
+    entry("corvanta-monitor.desktop", QFile::encodeName(program("other")));
+    write(dir + "/corvanta-monitor-2.desktop", "junk");
+    XdgAutostartList list(dir, exe);
+    ASSERT_TRUE(list.insertFirst(root("pkg")));
+    const QString others = "corvanta-monitor.desktop=" + root("other");
+    const QString all =
+        "corvanta-monitor-2.desktop corvanta-monitor-3.desktop=" + root("pkg") + " " + others;
+    EXPECT_EQ(describe(list), all);
+    entry("corvanta-monitor-3.desktop", QFile::encodeName(exe), "Hidden=true\n");
+    ASSERT_TRUE(list.insertFirst(root("pkg")));
+    EXPECT_EQ(describe(list), all);
+    const LoginItem item = list.snapshot()->at(1);
+    ASSERT_TRUE(list.remove(item));
+    EXPECT_FALSE(list.remove(item));
+    EXPECT_FALSE(list.remove(LoginItem{"../autostart/corvanta-monitor-2.desktop", {}}));
+    EXPECT_EQ(describe(list), "corvanta-monitor-2.desktop " + others);
+}
+
+TEST_F(PlatformTest, AutostartUnderAPlainFileFailsCleanly) {
+    write(tmp.path() + "/config", {});
+    XdgAutostartList list(dir, "/x/bin/y");
+    EXPECT_EQ(describe(list), "<unreadable>");
+    EXPECT_FALSE(list.insertFirst(QUrl("file:///x")));
+}
+
+}  // namespace
+
+// Translators need an application object, the opener a GUI one.
+int main(int argc, char **argv) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    QGuiApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
