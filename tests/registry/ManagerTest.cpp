@@ -19,10 +19,8 @@ protected:
 
 TEST_F(Manager, FindsTheSearchDirectoryAndItsImmediateSubdirectoriesLinksIncluded) {
     makeInstance(search);
-    for (const char *name : {"zeta", "database", ".hidden"})
+    for (const char *name : {"zeta", "database", ".hidden", "plain/too-deep"})
         makeInstance(search + "/" + name);
-    makeDir(search + "/plain");
-    makeInstance(search + "/plain/too-deep");
     writeFile(search + "/file", "");
     makeLink(search + "/zeta", search + "/alias");
     makeLink(tmp / "nowhere", search + "/dangling");
@@ -43,9 +41,7 @@ TEST_F(Manager, UnlistableSearchDirectoryIsReportedOnceAndLeavesTheListWhileTheW
     makeDir(search, 0777);
     const QString first = search + "/first", gone = search + "/gone", last = search + "/last";
     const std::string answer = runUnprivileged([&] {
-        makeDir(first);
         makeInstance(first + "/a");
-        makeDir(gone);
         makeInstance(gone + "/g");
         makeDir(last);
         for (const QString &path : {first, gone, gone, last})

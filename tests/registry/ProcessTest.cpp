@@ -28,7 +28,6 @@ TEST_F(ProcessControl, FindExecutableTriesEnvironmentInstanceInstallationBinThen
 }
 
 TEST_F(ProcessControl, LaunchedServerGetsOnlyStandardDescriptorsOrFallsBackToStopped) {
-    makeDir(tmp / "pathdir");
     makeLink(CORVANTA_STANDIN, tmp / "pathdir/corvanta");
     ScopedEnv report("CORVANTA_STANDIN_FD_REPORT", tmp / "report");
     // Below 32 without close-on-exec (closed by the child), above with it (closed by exec).

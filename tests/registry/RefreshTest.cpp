@@ -2,23 +2,16 @@
 
 namespace {
 
-// What the lock file holds at the refresh, and which pid the record ends with.
-enum Pid { Absent, Garbage, Known, Other, Dead, Init, Self };
+enum Pid { Absent, Garbage, Known, Other, Dead, Init, Self };  // Dead: above any pid_max
 
-struct Transition {
-    const char *name;
-    qint32 from;
-    bool alive;  // the record's known server process, if it has one
-    Pid lock;
-    bool ini;
-    qint32 status;
-    Pid pid;
-    qint32 entry;
-    const char *log;  // $L lock file, $K known pid, $O other pid
-};
+// Name; status before; whether the record's known server process lives on; what the lock file
+// holds at the refresh; whether the ini is there; then status, pid, entry status and log after
+// ($L lock file, $K known pid, $O other pid).
+using Transition =
+    std::tuple<const char *, qint32, bool, Pid, bool, qint32, Pid, qint32, const char *>;
 
 void PrintTo(const Transition &row, std::ostream *os) {
-    *os << row.name;
+    *os << std::get<0>(row);
 }
 
 constexpr qint32 Unknown = ServerStatusUnknown, Stopped = ServerStatusStopped,
@@ -57,51 +50,50 @@ const Transition kTransitions[] = {
 class Refresh : public InstanceTest, public ::testing::WithParamInterface<Transition> {};
 
 TEST_P(Refresh, FollowsTheTransitionTableAndRefusesStartOrStopOutOfTurn) {
-    const Transition &row = GetParam();
-    if (row.from == Stopped)
+    const auto &[name, from, alive, holds, ini, status, pid, entry, expectedLog] = GetParam();
+    if (from == Stopped)
         instance.refresh();
-    if (row.from >= Starting) {  // with the stand-in as the server
-        ScopedEnv delay("CORVANTA_STANDIN_LOCK_DELAY_MS", row.from == Starting ? "600000" : "");
-        ScopedEnv ignore("CORVANTA_STANDIN_IGNORE_TERM", row.from == Stopping ? "1" : "");
+    if (from >= Starting) {  // with the stand-in as the server
+        ScopedEnv delay("CORVANTA_STANDIN_LOCK_DELAY_MS", from == Starting ? "600000" : "");
+        ScopedEnv ignore("CORVANTA_STANDIN_IGNORE_TERM", from == Stopping ? "1" : "");
         ASSERT_TRUE(instance.startup());
         server.pid = instance.pid();
-        ASSERT_TRUE(row.from == Starting || refreshUntil(Running));
-        ASSERT_TRUE(row.from != Stopping || instance.shutdown());
+        ASSERT_TRUE(from == Starting || refreshUntil(Running));
+        ASSERT_TRUE(from != Stopping || instance.shutdown());
     }
-    ASSERT_EQ(instance.serverStatus(), row.from);
+    ASSERT_EQ(instance.serverStatus(), from);
     const qint32 known = instance.pid();
-    EXPECT_FALSE(row.from >= Starting && instance.startup());
-    EXPECT_FALSE(row.from != Unknown && row.from != Running && instance.shutdown());
-    if (!row.alive && known != 0) {
+    EXPECT_FALSE(from >= Starting && instance.startup());
+    EXPECT_FALSE(from != Unknown && from != Running && instance.shutdown());
+    if (!alive && known != 0) {
         ::kill(known, SIGKILL);
         siginfo_t info;
         ::waitid(P_PID, id_t(known), &info, WEXITED | WNOWAIT);  // a zombie, left to refresh
     }
 
     ProcessGuard other{forkSleeper()};
-    // Dead: above any pid_max, so never a live process.
     const qint32 pids[] = {0, 0, known, other.pid, 2147483647, 1, ::getpid()};
     removePath(lock);
-    const QByteArray content = row.lock == Garbage ? "garbage" : QByteArray::number(pids[row.lock]);
-    if (row.lock != Absent)
+    const QByteArray content = holds == Garbage ? "garbage" : QByteArray::number(pids[holds]);
+    if (holds != Absent)
         writeFile(lock, content);
-    if (!row.ini)
+    if (!ini)
         removePath(dir + "/corvanta.ini");
     log.lines.clear();
     instance.refresh();
 
-    EXPECT_EQ(instance.serverStatus(), row.status);
-    EXPECT_EQ(instance.pid(), pids[row.pid]);
-    EXPECT_EQ(instance.entryStatus(), row.entry);
-    EXPECT_EQ(log.lines.join('\n'), QString(row.log)
+    EXPECT_EQ(instance.serverStatus(), status);
+    EXPECT_EQ(instance.pid(), pids[pid]);
+    EXPECT_EQ(instance.entryStatus(), entry);
+    EXPECT_EQ(log.lines.join('\n'), QString(expectedLog)
                                         .replace("$L", lock)
                                         .replace("$K", QString::number(known))
                                         .replace("$O", QString::number(other.pid)));
-    EXPECT_EQ(readFile(lock), row.lock == Absent ? "" : content);  // never rewritten
+    EXPECT_EQ(readFile(lock), holds == Absent ? "" : content);  // never rewritten
 }
 
 INSTANTIATE_TEST_SUITE_P(Transitions, Refresh, ::testing::ValuesIn(kTransitions),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &info) { return std::string(std::get<0>(info.param)); });
 
 TEST(IsRunning, NoProcessIdBelowOneIsEverRunning) {
     EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(0));

@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -84,9 +85,10 @@ protected:
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
     static void makeDir(const QString &path, mode_t mode = 0755) {
-        EXPECT_EQ(::mkdir(local(path), mode) | ::chmod(local(path), mode), 0);
+        EXPECT_TRUE(QDir().mkpath(path) && ::chmod(local(path), mode) == 0);
     }
     static void makeLink(const QString &to, const QString &at) {
+        QDir().mkpath(QFileInfo(at).path());
         EXPECT_EQ(::symlink(local(to), local(at)), 0);
     }
     static void removePath(const QString &path) {
