@@ -1,6 +1,5 @@
-# Drives the tray monitor on a private X server with a real tray host, as a
-# person would. Sourced by tray_e2e.sh and examples/run-demo.sh: callers set
-# `work` (a private directory) and call xs_stop on exit. Every wait is bounded.
+# Drives the monitor in a real tray host on a private X server, with bounded waits.
+# Callers (tray_e2e.sh, examples/run-demo.sh) set `work` and call xs_stop on exit.
 # shellcheck shell=bash disable=SC2154
 xs_pids=()
 

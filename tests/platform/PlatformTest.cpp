@@ -30,7 +30,6 @@ protected:
         ASSERT_TRUE(f.open(QIODevice::WriteOnly));
         f.write(text);
     }
-    // An executable at <tmp>/<package>/bin/<name>.
     QString program(const QString &package, const QString &name = "corvanta-monitor") {
         const QString path = tmp.path() + "/" + package + "/bin/" + name;
         write(path, "#!/bin/sh\n");
