@@ -19,18 +19,15 @@ TEST_F(ConfigProbe, OnlyARegularIniReachedThroughTheDirectoryMakesItValid) {
 }
 
 TEST_F(ConfigProbe, OnlyTheFirstDatabaseSectionCountsAndKeysIgnoreCase) {
-    EXPECT_EQ(instance.logFile(), std::nullopt);  // the default log, not created yet
-    makeDir(dir + "/logs");
-    writeFile(dir + "/logs/server.log", "");
+    writeFile(dir + "/server.log", "");
     makeInstance(tmp / "b",
                  "[other]\nlockfile = /wrong/other.lck\n"
                  "[Database]\nLockFile = first.lck\nport = 1\nLOCKFILE = second.lck\n"
-                 "ErrorLogFile = ../inst/logs/server.log\n"
-                 "[database]\nlockfile = /wrong/again.lck\n");
+                 "ErrorLogFile = ../inst/server.log\n[database]\nlockfile = /wrong/again.lck\n");
     CorvantaInstance b(tmp / "b");
     ASSERT_TRUE(b.isValid());
     EXPECT_EQ(lockPathOf(b, {tmp / "b/first.lck", tmp / "b/second.lck"}), tmp / "b/second.lck");
-    EXPECT_EQ(b.logFile(), dir + "/logs/server.log");
+    EXPECT_EQ(b.logFile(), dir + "/server.log");
     makeInstance(tmp / "c", "[database]\nerrorlogfile = " + local(dir) + "\n");
     EXPECT_EQ(CorvantaInstance(tmp / "c").logFile(), std::nullopt);  // a directory is no log
     EXPECT_EQ(CorvantaInstance(dir + "/").qualify(QStringLiteral("~/x"), "y"), dir + "/~/x");

@@ -72,10 +72,9 @@ TEST_F(ProcessControl, AnotherUsersServerReadsAsStoppedAndIsNotSignalled) {
     ProcessGuard rootsProcess{forkSleeper()};
     writeFile(lock, QByteArray::number(rootsProcess.pid));
     const std::string answer = runUnprivileged([&] {
-        LogCapture childLog;
         const bool stopped = instance.shutdown();
         return std::to_string(stopped) + " " + std::to_string(instance.serverStatus()) + " " +
-               childLog.lines.join('|').toStdString();
+               log.lines.join('|').toStdString();
     });
     EXPECT_EQ(answer, "0 1 stale .lck file detected: " + lock.toStdString());
     EXPECT_EQ(::waitpid(rootsProcess.pid, nullptr, WNOHANG), 0);  // alive

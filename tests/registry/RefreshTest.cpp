@@ -25,7 +25,6 @@ constexpr const char *kDifferent = "pid value from .lck file is different (expec
 const Transition kTransitions[] = {
     {"StoppingAlive", Stopping, true, Absent, true, Stopping, Known, Changed, ""},
     {"StartingNoLock", Starting, true, Absent, true, Starting, Known, Changed, ""},
-    {"StartingMalformed", Starting, true, Garbage, true, Starting, Known, Changed, kMalformed},
     {"StartingConfirmed", Starting, true, Known, true, Running, Known, Changed, ""},
     {"StartingOtherPid", Starting, true, Other, true, Running, Other, Changed, kDifferent},
     {"StartingDied", Starting, false, Absent, true, Stopped, Absent, Changed, ""},
@@ -37,7 +36,6 @@ const Transition kTransitions[] = {
     {"StoppingReplaced", Stopping, false, Other, true, Running, Other, Changed, ""},
     {"FreshNoLock", Unknown, false, Absent, true, Stopped, Absent, Changed, ""},
     {"FreshLive", Unknown, false, Other, true, Running, Other, Changed, ""},
-    {"FreshStale", Unknown, false, Dead, true, Stopped, Dead, Changed, kStale},
     {"StoppedMalformed", Stopped, false, Garbage, true, Stopped, Absent, Unchanged, kMalformed},
     {"StoppedStale", Stopped, false, Dead, true, Stopped, Dead, Unchanged, kStale},
     {"StoppedNoIni", Stopped, false, Absent, false, Stopped, Absent, Invalid, ""},

@@ -59,9 +59,8 @@ struct ScopedEnv {
     std::optional<std::string> old;
 };
 
-// An instance directory with the stand-in server as CORVANTA_BINARY, listening
-// on no port so tests can run side by side, and a record already probed as the
-// manager does before any refresh.
+// An instance directory with the stand-in server as CORVANTA_BINARY, listening on no port so
+// tests can run side by side, and a record already probed as the manager does before any refresh.
 class InstanceTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -69,10 +68,13 @@ protected:
         ASSERT_TRUE(instance.isValid());
     }
     bool refreshUntil(qint32 status) {
-        return waitFor([&] {
+        for (int i = 0; i < 1000; ++i) {
             instance.refresh();
-            return instance.serverStatus() == status;
-        });
+            if (instance.serverStatus() == status)
+                return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
     }
 
     static QByteArray local(const QString &path) { return path.toUtf8(); }
@@ -103,14 +105,6 @@ protected:
         const struct timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
         EXPECT_EQ(::utimensat(AT_FDCWD, local(path), times, 0), 0);
     }
-    static bool waitFor(const std::function<bool()> &done) {
-        for (int i = 0; i < 1000; ++i) {
-            if (done())
-                return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return false;
-    }
     static pid_t forkSleeper() {
         const pid_t pid = ::fork();
         while (pid == 0)
@@ -139,8 +133,7 @@ protected:
                 (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0))
                 ::_exit(2);
             const std::string answer = body();
-            ::_exit(::write(fds[1], answer.data(), answer.size()) == ssize_t(answer.size()) ? 0
-                                                                                            : 3);
+            ::_exit(::write(fds[1], answer.data(), answer.size()) < 0);
         }
         ::close(fds[1]);
         QFile pipe;
