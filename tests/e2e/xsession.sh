@@ -22,10 +22,17 @@ xs_start() {
     DISPLAY=:$(tr -dc 0-9 <"$work/display")
     export DISPLAY QT_QPA_PLATFORM=xcb
     unset WAYLAND_DISPLAY XDG_CURRENT_DESKTOP XDG_SESSION_TYPE DESKTOP_SESSION
-    trayer --edge top --align right --widthtype request --height 32 --SetDockType true \
-        --transparent false >"$work/trayer.log" 2>&1 &
-    xs_pids+=($!)
-    xs_wait 10 xdotool search --name '^panel$' >/dev/null 2>&1 || { echo "no tray host" >&2; return 1; }
+    xs_wait 10 xdpyinfo >/dev/null 2>&1 || { echo "Xvfb does not answer on $DISPLAY" >&2; return 1; }
+    # A tray host that lost a race for the new display is simply started again.
+    local attempt
+    for attempt in 1 2 3; do
+        trayer --edge top --align right --widthtype request --height 32 --SetDockType true \
+            --transparent false >>"$work/trayer.log" 2>&1 &
+        xs_pids+=($!)
+        xs_wait 5 xdotool search --name '^panel$' >/dev/null 2>&1 && return 0
+        echo "tray host attempt $attempt failed" >&2
+    done
+    return 1
 }
 
 xs_stop() {
