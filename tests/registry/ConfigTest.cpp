@@ -18,26 +18,14 @@ TEST_F(ConfigProbe, OnlyARegularIniReachedThroughTheDirectoryMakesItValid) {
                                       real + "/dir/corvanta.ini is not a regular file - skipped"}));
 }
 
-TEST_F(ConfigProbe, OnlyTheFirstDatabaseSectionCountsAndKeysIgnoreCase) {
-    writeFile(dir + "/server.log", "");
-    makeInstance(tmp / "b",
-                 "[other]\nlockfile = /wrong/other.lck\n"
-                 "[Database]\nLockFile = first.lck\nport = 1\nLOCKFILE = second.lck\n"
-                 "ErrorLogFile = ../inst/server.log\n[database]\nlockfile = /wrong/again.lck\n");
-    CorvantaInstance b(tmp / "b");
-    ASSERT_TRUE(b.isValid());
-    EXPECT_EQ(lockPathOf(b, {tmp / "b/first.lck", tmp / "b/second.lck"}), tmp / "b/second.lck");
-    EXPECT_EQ(b.logFile(), dir + "/server.log");
-    makeInstance(tmp / "c", "[database]\nerrorlogfile = " + local(dir) + "\n");
-    EXPECT_EQ(CorvantaInstance(tmp / "c").logFile(), std::nullopt);  // a directory is no log
-    EXPECT_EQ(CorvantaInstance(dir + "/").qualify(QStringLiteral("~/x"), "y"), dir + "/~/x");
-}
-
-TEST_F(ConfigProbe, ParseIsCachedByFullPrecisionModificationTimeUntilTheIniGoes) {
+TEST_F(ConfigProbe, FirstDatabaseSectionIsCachedByFullPrecisionModificationTimeUntilTheIniGoes) {
     const QString ini = dir + "/corvanta.ini";
     const QStringList candidates = {dir + "/one.lck", dir + "/two.lck"};
     const auto edit = [&](const QByteArray &name, long nanoseconds) {
-        writeFile(ini, "[database]\nerrorlogfile = kept.log\nlockfile = " + name + "\n");
+        writeFile(ini,
+                  "[other]\nlockfile = /wrong.lck\n[Database]\nErrorLogFile = ../inst/kept.log\n"
+                  "lockfile = one.lck\nLOCKFILE = " +
+                      name + "\n[database]\nlockfile = /wrong.lck\n");
         setModificationTime(ini, 1700000000, nanoseconds);
         EXPECT_TRUE(instance.isValid());
         return lockPathOf(instance, candidates);
@@ -46,6 +34,8 @@ TEST_F(ConfigProbe, ParseIsCachedByFullPrecisionModificationTimeUntilTheIniGoes)
     EXPECT_EQ(edit("two.lck", 100), dir + "/one.lck");  // same time to the nanosecond: unnoticed
     EXPECT_EQ(edit("two.lck", 101), dir + "/two.lck");
     writeFile(dir + "/kept.log", "");
+    EXPECT_EQ(instance.logFile(), dir + "/kept.log");
+    EXPECT_EQ(instance.qualify(QStringLiteral("~/x"), "y"), dir + "/~/x");
     removePath(ini);
     EXPECT_FALSE(instance.isValid());
     EXPECT_EQ(lockPathOf(instance, candidates), dir + "/two.lck");  // known paths kept

@@ -47,7 +47,6 @@ struct ProcessGuard {
     }
 };
 
-// Sets, or with nullopt unsets, an environment variable while alive.
 struct ScopedEnv {
     ScopedEnv(const char *name, const std::optional<QString> &value) : name(name) {
         if (const char *was = ::getenv(name))
