@@ -21,24 +21,6 @@
 #include <optional>
 #include <thread>
 
-inline void PrintTo(const QString &text, std::ostream *os) {
-    *os << '"' << text.toStdString() << '"';
-}
-
-// Reachable for an unprivileged child, removed with everything in it.
-struct TempDir : QTemporaryDir {
-    TempDir() { ::chmod(path().toUtf8(), 0755); }
-    QString operator/(const QString &name) const { return filePath(name); }
-};
-
-struct LogCapture {
-    QStringList lines;
-    LogCapture() {
-        setSystemLogSink([this](const QString &line) { lines.append(line); });
-    }
-    ~LogCapture() { setSystemLogSink({}); }
-};
-
 struct ProcessGuard {
     pid_t pid = 0;
     ~ProcessGuard() {
@@ -48,33 +30,37 @@ struct ProcessGuard {
 };
 
 struct ScopedEnv {
-    ScopedEnv(const char *name, const std::optional<QString> &value) : name(name) {
-        if (const char *was = ::getenv(name))
-            old = was;
-        value ? ::setenv(name, value->toUtf8(), 1) : ::unsetenv(name);
+    ScopedEnv(const char *name, const std::optional<QString> &value)
+        : name(name), old(qgetenv(name)), was(qEnvironmentVariableIsSet(name)) {
+        value ? qputenv(name, value->toUtf8()) : qunsetenv(name);
     }
-    ~ScopedEnv() { old ? ::setenv(name, old->c_str(), 1) : ::unsetenv(name); }
+    ~ScopedEnv() { was ? qputenv(name, old) : qunsetenv(name); }
     const char *name;
-    std::optional<std::string> old;
+    QByteArray old;
+    bool was;
 };
 
 // An instance directory with the stand-in server as CORVANTA_BINARY, listening on no port so
 // tests can run side by side, and a record already probed as the manager does before any refresh.
 class InstanceTest : public ::testing::Test {
 protected:
+    InstanceTest() {
+        setSystemLogSink([this](const QString &line) { log.append(line); });
+    }
+    ~InstanceTest() override { setSystemLogSink({}); }
     void SetUp() override {
+        ::chmod(local(tmp.path()), 0755);  // reachable for an unprivileged child
         makeInstance(dir);
         ASSERT_TRUE(instance.isValid());
     }
     bool refreshUntil(qint32 status) {
-        for (int i = 0; i < 1000; ++i) {
-            instance.refresh();
-            if (instance.serverStatus() == status)
-                return true;
+        for (int i = 0; i < 1000 && instance.serverStatus() != status; ++i) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            instance.refresh();
         }
-        return false;
+        return instance.serverStatus() == status;
     }
+    QString at(const QString &name) const { return tmp.filePath(name); }
 
     static QByteArray local(const QString &path) { return path.toUtf8(); }
     static void writeFile(const QString &path, const QByteArray &content) {
@@ -96,13 +82,9 @@ protected:
         if (::unlink(local(path)) != 0)
             QDir(path).removeRecursively();
     }
-    static void makeInstance(const QString &dir, const QByteArray &ini = "[database]\n") {
+    static void makeInstance(const QString &dir) {
         makeDir(dir);
-        writeFile(dir + "/corvanta.ini", ini);
-    }
-    static void setModificationTime(const QString &path, time_t seconds, long nanoseconds = 0) {
-        const struct timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
-        EXPECT_EQ(::utimensat(AT_FDCWD, local(path), times, 0), 0);
+        writeFile(dir + "/corvanta.ini", "[database]\n");
     }
     static pid_t forkSleeper() {
         const pid_t pid = ::fork();
@@ -110,19 +92,13 @@ protected:
             ::pause();
         return pid;
     }
-    // The lock-file path a record derived, found by planting the number 7 at each candidate.
-    QString lockPathOf(CorvantaInstance &record, const QStringList &candidates) {
-        for (const QString &candidate : candidates) {
-            writeFile(candidate, "7");
-            const bool found = record.pidValueFromLockFile() == 7;
-            removePath(candidate);
-            if (found)
-                return candidate;
-        }
-        return {};
+    // The lock-file path a record derived, found by planting each candidate's position there.
+    static QString lockPathOf(const CorvantaInstance &record, const QStringList &candidates) {
+        for (qsizetype i = 0; i < candidates.size(); ++i)
+            writeFile(candidates[i], QByteArray::number(i + 1));
+        return candidates.value(record.pidValueFromLockFile() - 1);
     }
-    // What `body` answers in a forked child running as uid/gid 65534 (when root), or
-    // "crashed" on abnormal exit.
+    // What `body` answers in a forked child running as uid/gid 65534 (when root).
     static std::string runUnprivileged(const std::function<std::string()> &body) {
         int fds[2];
         EXPECT_EQ(::pipe2(fds, O_CLOEXEC), 0);
@@ -138,17 +114,16 @@ protected:
         QFile pipe;
         pipe.open(fds[0], QIODevice::ReadOnly, QFile::AutoCloseHandle);
         const QByteArray answer = pipe.readAll();
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        return status == 0 ? answer.toStdString() : "crashed";
+        ::waitpid(pid, nullptr, 0);
+        return answer.toStdString();
     }
 
-    TempDir tmp;
-    QString dir = tmp / "inst";
+    QTemporaryDir tmp;
+    QString dir = at("inst");
     QString lock = dir + "/corvanta.lck";
     ScopedEnv port{"CORVANTA_STANDIN_PORT", "0"};
     ScopedEnv binary{"CORVANTA_BINARY", CORVANTA_STANDIN};
-    LogCapture log;
+    QStringList log;
     CorvantaInstance instance{dir};
     ProcessGuard server;  // last: kills a leftover server before tmp goes
 };
