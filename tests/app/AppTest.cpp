@@ -58,19 +58,9 @@ struct FakeDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
     std::function<void()> whileUp = [] {};
 };
 
-struct ApplicationProbe {
-    FakeDesktop fake;
-    Application app{fake, fake, fake};
-
-    std::unique_ptr<CorvantaManager> &manager() { return app._manager; }
-    bool inModalDialog() const { return app._inModalDialog; }
-    bool timerRunning() const { return app._menuUpdateTimer.isActive(); }
-};
-
 namespace {
 
-// One line per item: "+" enabled or "-" disabled, the title, "[x]" when
-// checked; "----" for a separator.
+// One line per item: "+" enabled or "-" disabled, the title, "[x]" when checked.
 QString describe(const QMenu &menu) {
     QString out;
     for (const QAction *item : menu.actions()) {
@@ -119,13 +109,18 @@ QString inChild(const std::function<QByteArray()> &body) {
     pipe.open(fds[0], QIODevice::ReadOnly, QFile::AutoCloseHandle);
     const QString out = QString::fromUtf8(pipe.readAll());
     int status = -1;
-    EXPECT_EQ(::waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(::waitpid(pid, &status, 0) == pid && status == 0) << status;
     return out;
 }
 
-class StatusMenu : public ::testing::Test, protected ApplicationProbe {
-protected:
+}  // namespace
+
+// A friend of Application; the manager searches a temporary directory.
+struct ApplicationProbe : ::testing::Test {
+    std::unique_ptr<CorvantaManager> &manager() { return app._manager; }
+    bool inModalDialog() const { return app._inModalDialog; }
+    bool timerRunning() const { return app._menuUpdateTimer.isActive(); }
+
     void SetUp() override {
         searchIn(home);
         app.setPackageRoot(home + u"/package"_s);
@@ -166,13 +161,14 @@ protected:
         return found == items.end() ? nullptr : *found;
     }
 
+    FakeDesktop fake;
+    Application app{fake, fake, fake};
     QProcess standIn;  // killed and reaped on the way out
     QTemporaryDir tmp;
     QString home = QDir(tmp.path()).canonicalPath();
     std::unique_ptr<QMenu> menu = app.createMenu();
 };
-
-}  // namespace
+using StatusMenu = ApplicationProbe;
 
 // Which instance is the default shows in the log and console items.
 TEST_F(StatusMenu, ListsInstancesAndChoosesTheDefault) {
@@ -364,7 +360,7 @@ TEST_F(StatusMenu, LinksOpenFixedAddressesAndTheDefaultInstancesLog) {
 
 // Each case runs the set-up in a child with exactly the given environment; "@"
 // stands for a fresh directory, "$" for the fallback installation in it.
-TEST(InstallationEnvironment, ExportsTheInstallationFoundOrChangesNothing) {
+TEST_F(StatusMenu, ExportsTheInstallationFoundOrChangesNothing) {
     const struct {
         const char *tree;  // a directory when ending in "/"; "@/link" is "@/install"
         const char *env, *expected;
@@ -381,8 +377,8 @@ TEST(InstallationEnvironment, ExportsTheInstallationFoundOrChangesNothing) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.env);
-        QTemporaryDir tmp;
-        const QDir root(QDir(tmp.path()).canonicalPath());
+        QTemporaryDir dir;
+        const QDir root(QDir(dir.path()).canonicalPath());
         const auto expand = [&](const char *text) {
             return QString::fromUtf8(text)
                 .replace(u'$', root.filePath(u"package/Contents/corvanta"_s))
@@ -403,15 +399,14 @@ TEST(InstallationEnvironment, ExportsTheInstallationFoundOrChangesNothing) {
                       }
                       QByteArray log;
                       setSystemLogSink([&](const QString &line) { log += line.toUtf8() + '\n'; });
-                      ApplicationProbe probe;
-                      probe.app.setPackageRoot(root.filePath(u"package"_s));
-                      probe.manager() = std::make_unique<CorvantaManager>();
-                      probe.app.setupGlobalEnvironment();
+                      app.setPackageRoot(root.filePath(u"package"_s));
+                      manager() = std::make_unique<CorvantaManager>();
+                      app.setupGlobalEnvironment();
                       const QStringList vars =
                           QProcessEnvironment::systemEnvironment().toStringList();
                       QByteArray out = vars.join(u'\n').toUtf8() + '\n';
                       out += log.isEmpty() ? "" : "log " + log;
-                      for (const QString &path : probe.manager()->searchPaths()) {
+                      for (const QString &path : manager()->searchPaths()) {
                           out += "search " + path.toUtf8() + '\n';
                       }
                       return out;
