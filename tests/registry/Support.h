@@ -18,7 +18,6 @@
 #include <unistd.h>
 
 #include <functional>
-#include <optional>
 #include <thread>
 
 struct ProcessGuard {
@@ -64,6 +63,7 @@ protected:
 
     static QByteArray local(const QString &path) { return path.toUtf8(); }
     static void writeFile(const QString &path, const QByteArray &content) {
+        QDir().mkpath(QFileInfo(path).path());
         QFile file(path);
         EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
     }
@@ -82,10 +82,7 @@ protected:
         if (::unlink(local(path)) != 0)
             QDir(path).removeRecursively();
     }
-    static void makeInstance(const QString &dir) {
-        makeDir(dir);
-        writeFile(dir + "/corvanta.ini", "[database]\n");
-    }
+    static void makeInstance(const QString &dir) { writeFile(dir + "/corvanta.ini", {}); }
     static pid_t forkSleeper() {
         const pid_t pid = ::fork();
         while (pid == 0)
