@@ -109,9 +109,6 @@ void Application::menuWillOpen(QMenu *menu) {
             item->setData(QVariant::fromValue(instance));
             updateMenuItem(item, instance.get());
             menu->addAction(item);
-            if (instance->isDefault()) {
-                _defaultInstance = instance;
-            }
         }
         _menuUpdateTarget = menu;
         _menuTicksLeft = MaxTicksPerOpening;
@@ -119,9 +116,7 @@ void Application::menuWillOpen(QMenu *menu) {
     } else {
         menu->addAction(tr("No Corvanta Instances"))->setEnabled(false);
     }
-    if (!_defaultInstance && instances.size() == 1) {
-        _defaultInstance = instances.first();
-    }
+    _defaultInstance = chooseDefaultInstance(instances);
 
     menu->addSeparator();
     QAction *log = menu->addAction(tr("Open Diagnostic Messages"));

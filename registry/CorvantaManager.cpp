@@ -66,3 +66,12 @@ QList<CorvantaInstancePtr> CorvantaManager::allInstances() {
     }
     return result;
 }
+
+CorvantaInstancePtr chooseDefaultInstance(const QList<CorvantaInstancePtr> &instances) {
+    for (auto it = instances.crbegin(); it != instances.crend(); ++it) {
+        if ((*it)->isDefault()) {
+            return *it;
+        }
+    }
+    return instances.size() == 1 ? instances.first() : CorvantaInstancePtr();
+}

@@ -26,3 +26,8 @@ private:
     QStringList _searchPaths;
     QMap<QString, CorvantaInstancePtr> _instances;
 };
+
+// The instance the menu's default-dependent items act on: the last one in
+// list order that is the default, else the only one; none among two or more
+// without a default.
+CorvantaInstancePtr chooseDefaultInstance(const QList<CorvantaInstancePtr> &instances);
