@@ -9,6 +9,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 struct Options {
@@ -24,19 +26,41 @@ struct Options {
         CommandLine::tr(
             "Remember <dir> as the Corvanta installation in the settings file and exit."),
         QStringLiteral("dir")};
+    QCommandLineOption json{QStringLiteral("json"),
+                            CommandLine::tr("list, status, start, stop: print one JSON document.")};
+    // Takes its value only as --wait=SECONDS, which parse() rewrites first:
+    // QCommandLineParser has no optional values.
+    QCommandLineOption wait{
+        QStringLiteral("wait"),
+        CommandLine::tr("start, stop: as --wait=<seconds> (default %1): return once the "
+                        "instance is running or stopped; exit status 5 when it is not by then.")
+            .arg(CommandRequest::DefaultWaitSeconds)};
 
     void addTo(QCommandLineParser &parser) const {
         parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
         parser.setApplicationDescription(
             CommandLine::tr("Watches the local Corvanta database servers from the system tray."));
-        parser.addOptions({help, version, home, setHome});
+        parser.addOptions({help, version, home, setHome, json, wait});
+        parser.addPositionalArgument(
+            QStringLiteral("command"),
+            CommandLine::tr("list, status, start or stop; without one the tray starts."),
+            QStringLiteral("[command [instance]]"));
     }
 };
 
-void print(FILE *stream, const QString &text) {
-    const QByteArray bytes = text.toLocal8Bit();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
-    std::fflush(stream);
+// The value of the last --wait=SECONDS (or -wait=SECONDS) before "--", each
+// rewritten to a bare --wait for the parser; none when none carried one.
+std::optional<QString> takeWaitValues(QStringList &arguments) {
+    std::optional<QString> value;
+    for (qsizetype i = 1; i < arguments.size() && arguments.at(i) != u"--"; ++i) {
+        for (const QLatin1StringView prefix : {"--wait="_L1, "-wait="_L1}) {
+            if (arguments.at(i).startsWith(prefix)) {
+                value = arguments.at(i).mid(prefix.size());
+                arguments[i] = QStringLiteral("--wait");
+            }
+        }
+    }
+    return value;
 }
 
 QString helpText() {
@@ -48,7 +72,16 @@ QString helpText() {
                 "CORVANTA_HOME, home= in section [monitor] of\n"
                 "%1,\n"
                 "/opt/corvanta, /usr/lib/corvanta, %2.\n"
-                "\nExit status: 0 success, 1 failure, 2 usage error.\n")
+                "\nCommands (they need no display):\n"
+                "  list [--json]                       every instance, in the menu's order\n"
+                "  status [instance] [--json]          one instance; exit status 3 when its\n"
+                "                                      server is not running\n"
+                "  start [instance] [--wait[=seconds]] start its server\n"
+                "  stop [instance] [--wait[=seconds]]  stop its server\n"
+                "An instance is a directory name as listed, a path to the instance\n"
+                "directory, or default (also when none is given).\n"
+                "\nExit status: 0 success, 1 failure, 2 usage error, 3 not running,\n"
+                "4 no such instance, 5 timeout.\n")
                 .arg(MonitorSettings::defaultFile(),
                      Paths::append(Application::defaultPackageRoot(),
                                    QStringLiteral("Contents/corvanta")));
@@ -78,11 +111,13 @@ int setHome(const QString &dir) {
 
 }  // namespace
 
-CommandLine CommandLine::parse(const QStringList &arguments) {
+CommandLine CommandLine::parse(const QStringList &givenArguments) {
     QCommandLineParser parser;
     const Options options;
     options.addTo(parser);
     CommandLine result;
+    QStringList arguments = givenArguments;
+    const std::optional<QString> waitValue = takeWaitValues(arguments);
     if (!parser.parse(arguments)) {
         result.action = Action::UsageError;
         result.error = parser.errorText();
@@ -100,31 +135,76 @@ CommandLine CommandLine::parse(const QStringList &arguments) {
         result.action = Action::SetHome;
         result.setHome = parser.value(options.setHome);
     } else if (!result.positional.isEmpty()) {
-        result.action = Action::UsageError;
-        result.error = QStringLiteral("unknown command '%1'").arg(result.positional.first());
+        result.parseCommand(parser.isSet(options.json), parser.isSet(options.wait), waitValue);
+    } else if (parser.isSet(options.json) || parser.isSet(options.wait)) {
+        result.usageError(QT_TR_NOOP("%1 needs a command"),
+                          parser.isSet(options.json) ? u"--json"_s : u"--wait"_s);
     }
     return result;
+}
+
+void CommandLine::parseCommand(bool json, bool wait, const std::optional<QString> &waitValue) {
+    const QString &name = positional.first();
+    const std::optional<CommandRequest::Command> command = CommandRequest::commandNamed(name);
+    if (!command) {
+        usageError(QT_TR_NOOP("unknown command '%1'"), name);
+        return;
+    }
+    const bool takesInstance = *command != CommandRequest::Command::List;
+    if (positional.size() > (takesInstance ? 2 : 1)) {
+        usageError(QT_TR_NOOP("too many arguments for %1"), name);
+        return;
+    }
+    const bool waits =
+        *command == CommandRequest::Command::Start || *command == CommandRequest::Command::Stop;
+    if (wait && !waits) {
+        usageError(QT_TR_NOOP("%1 does not take --wait"), name);
+        return;
+    }
+    request.command = *command;
+    request.instance = positional.value(1);
+    request.json = json;
+    request.home = home;
+    if (wait) {
+        bool ok = true;
+        const int seconds = waitValue ? waitValue->toInt(&ok) : CommandRequest::DefaultWaitSeconds;
+        if (!ok || seconds < 0 || seconds > CommandRequest::MaxWaitSeconds) {
+            usageError(QT_TR_NOOP("--wait takes a number of seconds, not '%1'"), *waitValue);
+            return;
+        }
+        request.waitSeconds = seconds;
+    }
+    action = Action::RunCommand;
+}
+
+void CommandLine::usageError(const char *format, const QString &argument) {
+    action = Action::UsageError;
+    errorFormat = format;
+    errorArgument = argument;
+}
+
+QString CommandLine::errorText() const {
+    return errorFormat ? tr(errorFormat).arg(errorArgument) : error;
 }
 
 int runCommandLine(const CommandLine &commandLine) {
     switch (commandLine.action) {
         case CommandLine::Action::ShowHelp:
-            print(stdout, helpText());
+            printText(stdout, helpText());
             return ExitSuccess;
         case CommandLine::Action::ShowVersion:
-            print(stdout, QStringLiteral("%1 %2\n").arg(QStringLiteral("corvanta-monitor"),
-                                                        QCoreApplication::applicationVersion()));
+            printText(stdout,
+                      QStringLiteral("%1 %2\n").arg(QStringLiteral("corvanta-monitor"),
+                                                    QCoreApplication::applicationVersion()));
             return ExitSuccess;
         case CommandLine::Action::SetHome:
             return setHome(commandLine.setHome);
+        case CommandLine::Action::RunCommand:
+            return runCommand(commandLine.request, Application::defaultPackageRoot());
         case CommandLine::Action::UsageError:
-            return usageError(commandLine.error);
+            return usageError(commandLine.errorText());
         case CommandLine::Action::RunTray:
             break;
     }
     return ExitUsage;  // the tray is not run from here
-}
-
-void printError(const QString &line) {
-    print(stderr, QStringLiteral("corvanta-monitor: %1\n").arg(line));
 }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "cli/Commands.h"
+#include "cli/Output.h"
+
 #include <QCoreApplication>
 #include <QString>
 #include <QStringList>
@@ -13,23 +16,28 @@ struct CommandLine {
     Q_DECLARE_TR_FUNCTIONS(CommandLine)
 
 public:
-    enum class Action { RunTray, ShowHelp, ShowVersion, SetHome, UsageError };
+    enum class Action { RunTray, ShowHelp, ShowVersion, SetHome, RunCommand, UsageError };
 
     Action action = Action::RunTray;
     std::optional<QString> home;  // --home DIR
     QString setHome;              // --set-home DIR
     QStringList positional;
-    QString error;  // UsageError: one line without the program prefix
+    CommandRequest request;  // RunCommand: list, status, start or stop
+    // UsageError: one line without the program prefix. Parsing comes before
+    // any translation is installed, so our own texts are kept untranslated
+    // (format with %1 for the argument) and translated when printed.
+    QString error;
+    const char *errorFormat = nullptr;
+    QString errorArgument;
 
     static CommandLine parse(const QStringList &arguments);
+    QString errorText() const;
+
+private:
+    void parseCommand(bool json, bool wait, const std::optional<QString> &waitValue);
+    void usageError(const char *format, const QString &argument);
 };
 
-// Exit statuses of the program.
-enum ExitStatus : int { ExitSuccess = 0, ExitFailure = 1, ExitUsage = 2 };
-
-// Runs whatever is not the tray: help, version, --set-home and usage errors.
-// Needs a QCoreApplication (for translations), never a display.
+// Runs whatever is not the tray: help, version, --set-home, the commands and
+// usage errors. Needs a QCoreApplication (for translations), never a display.
 int runCommandLine(const CommandLine &commandLine);
-
-// Writes "corvanta-monitor: <line>" to standard error.
-void printError(const QString &line);

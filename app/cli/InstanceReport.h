@@ -1,0 +1,40 @@
+#pragma once
+
+#include "registry/CorvantaInstance.h"
+
+#include <QCoreApplication>
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+
+#include <optional>
+
+// What the commands report about one instance, read once from its record.
+struct InstanceReport {
+    Q_DECLARE_TR_FUNCTIONS(InstanceReport)
+
+public:
+    QString instance;   // the directory name, as INSTANCE names it
+    QString name;       // as the menu shows it
+    QString directory;  // as listed
+    bool isDefault = false;
+    qint32 status = ServerStatusUnknown;
+    qint32 pid = 0;  // 0: not known
+    std::optional<QString> logFile;
+
+    // `isDefault`: whether it is the instance "default" names.
+    static InstanceReport of(CorvantaInstance &instance, bool isDefault);
+
+    // Keys: instance, name, directory, default, state, pid (null when not
+    // known), logFile (null when there is none).
+    QJsonObject toJson() const;
+
+    // "stopped", "starting", "running", "stopping" or "unknown": the stable
+    // words of the JSON output and of the exit status's meaning.
+    static QString stateKeyword(qint32 status);
+    // The same word for a person, translated.
+    static QString stateText(qint32 status);
+
+    // A table with a header line, one line per report, columns aligned.
+    static QString table(const QList<InstanceReport> &reports);
+};
