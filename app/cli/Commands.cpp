@@ -137,9 +137,10 @@ private:
     }
 
     int timedOut() {
-        printError(tr("%1 is still %2 after %n second(s)", nullptr, *_request.waitSeconds)
+        printError(tr("%1 is still %2 after %3 s")
                        .arg(_instance.instanceName(),
-                            InstanceReport::stateText(_instance.serverStatus())));
+                            InstanceReport::stateText(_instance.serverStatus()),
+                            QString::number(*_request.waitSeconds)));
         return ExitTimeout;
     }
 

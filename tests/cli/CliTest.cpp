@@ -1,0 +1,280 @@
+// The commands through the real binary, with the stand-in server in a
+// temporary installation and no display in the environment.
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include <signal.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+using namespace Qt::StringLiterals;
+
+void PrintTo(const QString &text, std::ostream *out) {
+    *out << '"' << text.toStdString() << '"';
+}
+
+namespace {
+
+struct Outcome {
+    int status = -1;
+    QString out, err;
+};
+
+class Commands : public ::testing::Test {
+protected:
+    void SetUp() override {
+        for (const QString &dir :
+             {u"inst/database"_s, u"inst/analytics"_s, u"other/a"_s, u"other/b"_s, u"config"_s}) {
+            ASSERT_TRUE(QDir(root).mkpath(dir));
+        }
+        for (const QString &dir :
+             {u"inst/database"_s, u"inst/analytics"_s, u"other/a"_s, u"other/b"_s}) {
+            write(dir + u"/corvanta.ini"_s, "[database]\n");
+        }
+        ASSERT_TRUE(QFile::link(at(u"inst/analytics"_s), at(u"alias"_s)));
+    }
+    // Kills a server a case left running and removes its lock file, once it is gone.
+    void TearDown() override {
+        for (const QString &dir : {u"inst/database"_s, u"inst/analytics"_s}) {
+            const pid_t pid = pid_t(lockPid(dir));
+            if (pid > 1 && ::kill(pid, SIGKILL) == 0) {
+                const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+                while (::kill(pid, 0) == 0 && std::chrono::steady_clock::now() < deadline) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                }
+            }
+            QFile::remove(at(dir + u"/corvanta.lck"_s));
+        }
+    }
+
+    QString at(const QString &path) const { return root + u'/' + path; }
+    void write(const QString &path, const QByteArray &bytes) const {
+        QFile file(at(path));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+    }
+    qint64 lockPid(const QString &dir) const {
+        QFile lock(at(dir + u"/corvanta.lck"_s));
+        return lock.open(QIODevice::ReadOnly) ? lock.readAll().trimmed().toLongLong() : 0;
+    }
+
+    // "@" in an argument is the temporary root; --home @/inst unless given.
+    Outcome run(const QString &line, const QStringList &env = {}) const {
+        QStringList args = QString(line).replace(u'@', root).split(u' ', Qt::SkipEmptyParts);
+        if (!args.contains(u"--home"_s)) {
+            args.prepend(at(u"inst"_s));
+            args.prepend(u"--home"_s);
+        }
+        QProcessEnvironment environment;
+        environment.insert(u"PATH"_s, u"/usr/bin:/bin"_s);
+        environment.insert(u"HOME"_s, root);
+        environment.insert(u"XDG_CONFIG_HOME"_s, at(u"config"_s));
+        environment.insert(u"CORVANTA_BINARY"_s, QStringLiteral(CORVANTA_STANDIN));
+        environment.insert(u"CORVANTA_STANDIN_PORT"_s, u"0"_s);
+        for (const QString &pair : env) {
+            environment.insert(pair.section(u'=', 0, 0), pair.section(u'=', 1));
+        }
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        process.setWorkingDirectory(root);
+        process.start(QStringLiteral(CORVANTA_MONITOR), args);
+        const bool finished = process.waitForFinished(60000);
+        EXPECT_TRUE(finished) << line.toStdString();
+        if (!finished) {
+            process.kill();
+            process.waitForFinished();
+        }
+        Outcome result{process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                       QString::fromUtf8(process.readAllStandardOutput()),
+                       QString::fromUtf8(process.readAllStandardError())};
+        // Every diagnostic line carries the program's prefix.
+        for (const QString &errLine : result.err.split(u'\n', Qt::SkipEmptyParts)) {
+            EXPECT_TRUE(errLine.startsWith(u"corvanta-monitor: "_s)) << errLine.toStdString();
+        }
+        return result;
+    }
+
+    // Each row: the command line, the exit status, what stdout and stderr match.
+    struct Case {
+        const char *line;
+        int status;
+        const char *out, *err;
+    };
+    void check(const QList<Case> &cases, const QStringList &env = {}) const {
+        for (const Case &c : cases) {
+            SCOPED_TRACE(c.line);
+            const Outcome r = run(QString::fromUtf8(c.line), env);
+            EXPECT_EQ(r.status, c.status) << r.err.toStdString();
+            const auto matches = [this](const QString &text, const char *pattern) {
+                const QRegularExpression re(QString::fromUtf8(pattern).replace(u'@', root));
+                return re.match(text).hasMatch();
+            };
+            EXPECT_TRUE(matches(r.out, c.out)) << r.out.toStdString();
+            EXPECT_TRUE(matches(r.err, c.err)) << r.err.toStdString();
+        }
+    }
+
+    QTemporaryDir tmp;
+    const QString root = QDir(tmp.path()).canonicalPath();
+};
+
+TEST_F(Commands, AnswerWithTheirExitStatus) {
+    check({
+        {"list", 0,
+         "^INSTANCE +DEFAULT +STATE +PID +NAME +DIRECTORY +LOG\n"
+         "analytics +- +stopped +- +Instance 'analytics' +@/inst/analytics +-\n"
+         "database +yes +stopped +- +Default Instance +@/inst/database +-\n$",
+         "^$"},
+        {"status", 3, "\ndatabase +yes +stopped +- +Default Instance", "^$"},
+        {"status default", 3, "\ndatabase +yes +stopped", "^$"},
+        {"status analytics", 3, "\nanalytics +- +stopped", "^$"},
+        {"status @/inst/analytics/", 3, "\nanalytics +- +stopped", "^$"},
+        {"status inst/../inst/analytics", 3, "\nanalytics +- +stopped", "^$"},
+        {"status @/alias", 3, "\nanalytics +- +stopped", "^$"},
+        {"stop", 0, "^Default Instance is already stopped.\n$", "^$"},
+        {"stop --wait=1 analytics", 0, "^Instance 'analytics' is already stopped.\n$", "^$"},
+        {"status nosuch", 4, "^$", "^corvanta-monitor: no such instance: nosuch\n$"},
+        {"start @/other", 4, "^$", "^corvanta-monitor: no such instance: @/other\n$"},
+        {"--home @/other status", 4, "^$",
+         "^corvanta-monitor: no default instance among 2 instances; name one\n$"},
+        {"--home @/other list", 0, "\na +- +stopped .*\nb +- +stopped", "^$"},
+        {"--home @/inst/database status", 3, "\ndatabase +yes", "^$"},
+        {"frobnicate", 2, "^$", "^corvanta-monitor: unknown command 'frobnicate'\n"},
+        {"list --bogus", 2, "^$", "^corvanta-monitor: Unknown option 'bogus'.\n"},
+        {"list database", 2, "^$", "too many arguments for list\n"},
+        {"stop a b", 2, "^$", "too many arguments for stop\n"},
+        {"status --wait", 2, "^$", "status does not take --wait\n"},
+        {"start --wait=soon", 2, "^$", "--wait takes a number of seconds, not 'soon'\n"},
+        {"start --wait=", 2, "^$", "--wait takes a number of seconds, not ''\n"},
+        {"--json", 2, "^$", "--json needs a command\n"},
+    });
+}
+
+TEST_F(Commands, NoInstallationIsAFailureNamingEveryPlaceLookedAt) {
+    for (const char *system : {"/opt/corvanta", "/usr/lib/corvanta"}) {
+        if (QFileInfo(QString::fromUtf8(system)).exists()) {
+            GTEST_SKIP() << system << " exists on this machine: an installation is found";
+        }
+    }
+    const char *err =
+        "^corvanta-monitor: Corvanta installation not found\n"
+        "corvanta-monitor: Looked in: --home @/missing, CORVANTA_HOME \\(unset\\), home= in "
+        "@/config/corvanta-monitor/monitor.ini \\(not set\\), /opt/corvanta, ";
+    check({{"--home @/missing list", 1, "^$", err},
+           {"--home @/missing status --json", 1, "^$", err},
+           {"--home @/missing start --wait=1", 1, "^$", err}});
+}
+
+TEST_F(Commands, JsonOutputHoldsEveryFieldOfTheListing) {
+    ASSERT_EQ(run(u"start --wait"_s).status, 0);
+    const qint64 pid = lockPid(u"inst/database"_s);
+    ASSERT_GT(pid, 1);
+    const Outcome listed = run(u"list --json"_s);
+    ASSERT_EQ(listed.status, 0);
+    EXPECT_EQ(listed.err, u""_s);
+    QJsonParseError error;
+    const QJsonObject doc = QJsonDocument::fromJson(listed.out.toUtf8(), &error).object();
+    ASSERT_EQ(error.error, QJsonParseError::NoError) << listed.out.toStdString();
+    EXPECT_EQ(doc.keys(), (QStringList{u"installation"_s, u"instances"_s}));
+    EXPECT_EQ(doc[u"installation"].toString(), at(u"inst"_s));
+    const QJsonArray instances = doc[u"instances"].toArray();
+    ASSERT_EQ(instances.size(), 2);
+    const QJsonObject expected[] = {
+        {{u"instance"_s, u"analytics"_s},
+         {u"name"_s, u"Instance 'analytics'"_s},
+         {u"directory"_s, at(u"inst/analytics"_s)},
+         {u"default"_s, false},
+         {u"state"_s, u"stopped"_s},
+         {u"pid"_s, QJsonValue::Null},
+         {u"logFile"_s, QJsonValue::Null}},
+        {{u"instance"_s, u"database"_s},
+         {u"name"_s, u"Default Instance"_s},
+         {u"directory"_s, at(u"inst/database"_s)},
+         {u"default"_s, true},
+         {u"state"_s, u"running"_s},
+         {u"pid"_s, pid},
+         {u"logFile"_s, at(u"inst/database/corvanta.log"_s)}},
+    };
+    for (int i = 0; i < 2; ++i) {
+        const QJsonObject got = instances[i].toObject();
+        EXPECT_EQ(got.keys(), expected[i].keys());
+        for (const QString &key : expected[i].keys()) {
+            EXPECT_EQ(got[key], expected[i][key]) << key.toStdString();
+        }
+    }
+    // status and start answer with the same object as list.
+    for (const QString &line : {u"status --json"_s, u"start --json database"_s}) {
+        const Outcome r = run(line);
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(QJsonDocument::fromJson(r.out.toUtf8()).object(), expected[1])
+            << r.out.toStdString();
+    }
+    const Outcome stopped = run(u"stop --json --wait"_s);
+    EXPECT_EQ(stopped.status, 0);
+    EXPECT_EQ(QJsonDocument::fromJson(stopped.out.toUtf8()).object()[u"state"], u"stopped"_s);
+}
+
+// Each case drives one server through a sequence of commands.
+TEST_F(Commands, WaitReturnsOnceTheStateIsReachedOrTimesOut) {
+    const struct {
+        const char *server;  // the stand-in's test knob
+        QList<Case> steps;
+    } cases[] = {
+        {"CORVANTA_STANDIN_LOCK_DELAY_MS=1500",
+         {{"start --wait=60", 0, "^Default Instance is running \\(pid [0-9]+\\).\n$", "^$"},
+          {"status", 0, "\ndatabase +yes +running +[0-9]+ ", "^$"},
+          {"start", 0, "^Default Instance is already running \\(pid [0-9]+\\).\n$", "^$"},
+          {"stop --wait=60", 0, "^Default Instance is stopped.\n$", "^$"},
+          {"status", 3, "\ndatabase +yes +stopped +- ", "^$"}}},
+        {"CORVANTA_STANDIN_IGNORE_TERM=1",
+         {{"start --wait", 0, "is running", "^$"},
+          {"stop --wait=1", 5, "^$",
+           "^corvanta-monitor: Default Instance is still stopping after 1 s\n$"},
+          {"status", 0, "running", "^$"}}},
+        {"CORVANTA_STANDIN_EXIT_AT_ONCE=1",
+         {{"start --wait", 1, "^$",
+           "^corvanta-monitor: the server of Default Instance exited before it was running; "
+           "see @/inst/database/corvanta.log\n$"}}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.server);
+        check(c.steps, {QString::fromUtf8(c.server)});
+        TearDown();
+    }
+}
+
+TEST_F(Commands, StartAndStopWithoutWaitReturnAtOnce) {
+    const QStringList slow{u"CORVANTA_STANDIN_LOCK_DELAY_MS=1000"_s};
+    check({{"start analytics", 0, "^Instance 'analytics' is starting \\(pid [0-9]+\\).\n$", "^$"}},
+          slow);
+    const auto statusBecomes = [&](int wanted) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (run(u"status analytics"_s).status != wanted) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return true;
+    };
+    EXPECT_TRUE(statusBecomes(0));
+    check({{"stop analytics", 0, "^Instance 'analytics' is stopping \\(pid [0-9]+\\).\n$", "^$"}});
+    EXPECT_TRUE(statusBecomes(3));
+}
+
+}  // namespace
+
+int main(int argc, char *argv[]) {
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
