@@ -251,6 +251,10 @@ std::optional<QString> CorvantaInstance::logFile() {
     if (!isValid()) {
         return std::nullopt;
     }
+    return probedLogFile();
+}
+
+std::optional<QString> CorvantaInstance::probedLogFile() const {
     if (_logFile && Paths::existsAsNonDirectory(*_logFile)) {
         return _logFile;
     }

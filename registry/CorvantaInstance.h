@@ -32,6 +32,10 @@ public:
                             const QString &directory);
     QString findExecutable() const;
     std::optional<QString> logFile();
+    // The log file that the last configuration probe named, when it exists
+    // as a non-directory. Unlike logFile() it does not probe again: for a
+    // caller that has just listed the instance, whose probe is that fresh.
+    std::optional<QString> probedLogFile() const;
     bool startup();
     bool shutdown();
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 
-InstanceReport InstanceReport::of(CorvantaInstance &instance, bool isDefault) {
+InstanceReport InstanceReport::of(const CorvantaInstance &instance, bool isDefault) {
     InstanceReport report;
     report.instance = instance.displayName();
     report.name = instance.instanceName();
@@ -16,7 +16,8 @@ InstanceReport InstanceReport::of(CorvantaInstance &instance, bool isDefault) {
     const bool live = report.status == ServerStatusStarting ||
                       report.status == ServerStatusRunning || report.status == ServerStatusStopping;
     report.pid = live ? instance.pid() : 0;
-    report.logFile = instance.logFile();
+    // The listing has just probed its configuration.
+    report.logFile = instance.probedLogFile();
     return report;
 }
 

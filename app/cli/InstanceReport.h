@@ -23,7 +23,7 @@ public:
     std::optional<QString> logFile;
 
     // `isDefault`: whether it is the instance "default" names.
-    static InstanceReport of(CorvantaInstance &instance, bool isDefault);
+    static InstanceReport of(const CorvantaInstance &instance, bool isDefault);
 
     // Keys: instance, name, directory, default, state, pid (null when not
     // known), logFile (null when there is none).

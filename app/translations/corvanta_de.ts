@@ -4,121 +4,411 @@
 <context>
     <name>Application</name>
     <message>
-        <location filename="../Application.cpp" line="236"/>
+        <location filename="../Application.cpp" line="237"/>
         <source>Nordelix Corvanta</source>
         <translation>Nordelix Corvanta</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="177"/>
+        <location filename="../Application.cpp" line="176"/>
         <source>Start %1</source>
         <translation>%1 starten</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="183"/>
+        <location filename="../Application.cpp" line="182"/>
         <source>%1: Starting</source>
         <translation>%1: Wird gestartet</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="187"/>
+        <location filename="../Application.cpp" line="186"/>
         <source>Stop %1</source>
         <translation>%1 beenden</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="193"/>
+        <location filename="../Application.cpp" line="192"/>
         <source>%1: Stopping</source>
         <translation>%1: Wird beendet</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="196"/>
+        <location filename="../Application.cpp" line="195"/>
         <source>%1: Unknown</source>
         <translation>%1: Unbekannt</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="118"/>
+        <location filename="../Application.cpp" line="117"/>
         <source>No Corvanta Instances</source>
         <translation>Keine Corvanta-Instanzen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="125"/>
+        <location filename="../Application.cpp" line="122"/>
         <source>Open Diagnostic Messages</source>
         <translation>Diagnosemeldungen öffnen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="131"/>
+        <location filename="../Application.cpp" line="128"/>
         <source>Open Corvanta Kelvarine</source>
         <translation>Corvanta Kelvarine öffnen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="137"/>
+        <location filename="../Application.cpp" line="134"/>
         <source>View Online Documentation</source>
         <translation>Online-Dokumentation anzeigen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="141"/>
+        <location filename="../Application.cpp" line="138"/>
         <source>Start Corvanta Monitor at Login</source>
         <translation>Corvanta Monitor bei der Anmeldung starten</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="146"/>
+        <location filename="../Application.cpp" line="143"/>
         <source>Quit Corvanta Monitor</source>
         <translation>Corvanta Monitor beenden</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="54"/>
+        <location filename="../Application.cpp" line="56"/>
         <source>Do you want to start the %1?</source>
         <translation>Möchten Sie die %1 starten?</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="54"/>
+        <location filename="../Application.cpp" line="56"/>
         <source>Do you want to stop the %1?</source>
         <translation>Möchten Sie die %1 beenden?</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="57"/>
+        <location filename="../Application.cpp" line="59"/>
         <source>This will start up a Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird eine Corvanta-Instanz im Verzeichnis
 %1 gestartet.</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="58"/>
+        <location filename="../Application.cpp" line="60"/>
         <source>This will stop the Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird die Corvanta-Instanz im Verzeichnis
 %1 beendet.</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="60"/>
+        <location filename="../Application.cpp" line="62"/>
         <source>Start</source>
         <translation>Starten</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="60"/>
+        <location filename="../Application.cpp" line="62"/>
         <source>Stop</source>
         <translation>Beenden</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="61"/>
+        <location filename="../Application.cpp" line="63"/>
         <source>Cancel</source>
         <translation>Abbrechen</translation>
     </message>
     <message>
-        <location filename="../main.cpp" line="23"/>
+        <location filename="../TrayMain.cpp" line="87"/>
         <source>Corvanta Monitor is already running</source>
         <translation>Corvanta Monitor läuft bereits</translation>
     </message>
 </context>
 <context>
+    <name>CommandLine</name>
+    <message>
+        <location filename="../CommandLine.cpp" line="18"/>
+        <source>Show this help and exit.</source>
+        <translation>Diese Hilfe anzeigen und beenden.</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="20"/>
+        <source>Show the version and exit.</source>
+        <translation>Die Version anzeigen und beenden.</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="22"/>
+        <source>Use the Corvanta installation in &lt;dir&gt;.</source>
+        <translation>Die Corvanta-Installation in &lt;dir&gt; verwenden.</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="26"/>
+        <source>Remember &lt;dir&gt; as the Corvanta installation in the settings file and exit.</source>
+        <translation>&lt;dir&gt; als Corvanta-Installation in der Einstellungsdatei speichern und beenden.</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="30"/>
+        <source>list, status, start, stop: print one JSON document.</source>
+        <translation>list, status, start, stop: ein JSON-Dokument ausgeben.</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="35"/>
+        <source>start, stop: as --wait=&lt;seconds&gt; (default %1): return once the instance is running or stopped; exit status 5 when it is not by then.</source>
+        <translation>start, stop: als --wait=&lt;sekunden&gt; (Vorgabe %1): zurückkehren, sobald die Instanz läuft oder gestoppt ist; Exit-Status 5, wenn sie es bis dahin nicht ist.</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="42"/>
+        <source>Watches the local Corvanta database servers from the system tray.</source>
+        <translation>Überwacht die lokalen Corvanta-Datenbankserver aus dem Systembereich der Kontrollleiste.</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="46"/>
+        <source>list, status, start or stop; without one the tray starts.</source>
+        <translation>list, status, start oder stop; ohne Befehl startet das Symbol in der Kontrollleiste.</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="70"/>
+        <source>
+The installation is the first existing directory of: --home,
+CORVANTA_HOME, home= in section [monitor] of
+%1,
+/opt/corvanta, /usr/lib/corvanta, %2.
+
+Commands (they need no display):
+  list [--json]                       every instance, in the menu&apos;s order
+  status [instance] [--json]          one instance; exit status 3 when its
+                                      server is not running
+  start [instance] [--wait[=seconds]] start its server
+  stop [instance] [--wait[=seconds]]  stop its server
+An instance is a directory name as listed, a path to the instance
+directory, or default (also when none is given).
+
+Exit status: 0 success, 1 failure, 2 usage error, 3 not running,
+4 no such instance, 5 timeout.
+</source>
+        <translation>
+Die Installation ist das erste vorhandene Verzeichnis aus: --home,
+CORVANTA_HOME, home= im Abschnitt [monitor] von
+%1,
+/opt/corvanta, /usr/lib/corvanta, %2.
+
+Befehle (sie brauchen keine Anzeige):
+  list [--json]                       jede Instanz, in der Reihenfolge des Menüs
+  status [instance] [--json]          eine Instanz; Exit-Status 3, wenn ihr
+                                      Server nicht läuft
+  start [instance] [--wait[=seconds]] ihren Server starten
+  stop [instance] [--wait[=seconds]]  ihren Server beenden
+Eine Instanz ist ein Verzeichnisname wie aufgelistet, ein Pfad zum
+Instanzverzeichnis oder default (auch, wenn keine angegeben ist).
+
+Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
+4 keine solche Instanz, 5 Zeitüberschreitung.
+</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="93"/>
+        <source>Try &apos;%1 --help&apos; for more information.</source>
+        <translation>Mehr Informationen mit &apos;%1 --help&apos;.</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="100"/>
+        <source>%1: not a directory</source>
+        <translation>%1: kein Verzeichnis</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="140"/>
+        <source>%1 needs a command</source>
+        <translation>%1 braucht einen Befehl</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="150"/>
+        <source>unknown command &apos;%1&apos;</source>
+        <translation>unbekannter Befehl &apos;%1&apos;</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="155"/>
+        <source>too many arguments for %1</source>
+        <translation>zu viele Argumente für %1</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="161"/>
+        <source>%1 does not take --wait</source>
+        <translation>%1 kennt --wait nicht</translation>
+    </message>
+    <message>
+        <location filename="../CommandLine.cpp" line="172"/>
+        <source>--wait takes a number of seconds, not &apos;%1&apos;</source>
+        <translation>--wait erwartet eine Zahl von Sekunden, nicht &apos;%1&apos;</translation>
+    </message>
+</context>
+<context>
     <name>CorvantaInstance</name>
     <message>
-        <location filename="../../registry/CorvantaInstance.cpp" line="71"/>
+        <location filename="../../registry/CorvantaInstance.cpp" line="77"/>
         <source>Default Instance</source>
         <translation>Standardinstanz</translation>
     </message>
     <message>
-        <location filename="../../registry/CorvantaInstance.cpp" line="72"/>
+        <location filename="../../registry/CorvantaInstance.cpp" line="79"/>
         <source>Instance &apos;%1&apos;</source>
         <translation>Instanz „%1“</translation>
+    </message>
+</context>
+<context>
+    <name>InstanceCommand</name>
+    <message>
+        <location filename="../cli/Commands.cpp" line="47"/>
+        <source>%1 is already running (pid %2).</source>
+        <translation>%1 läuft bereits (PID %2).</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="51"/>
+        <source>cannot start %1: %2 is not readable and writable</source>
+        <translation>%1 kann nicht gestartet werden: %2 ist nicht les- und schreibbar</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="55"/>
+        <source>cannot start %1</source>
+        <translation>%1 kann nicht gestartet werden</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="58"/>
+        <source>%1 is starting (pid %2).</source>
+        <translation>%1 wird gestartet (PID %2).</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="62"/>
+        <source>%1 is running (pid %2).</source>
+        <translation>%1 läuft (PID %2).</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="69"/>
+        <source>the server of %1 exited before it was running; see %2</source>
+        <translation>der Server von %1 hat sich beendet, bevor er lief; siehe %2</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="71"/>
+        <source>the server of %1 exited before it was running</source>
+        <translation>der Server von %1 hat sich beendet, bevor er lief</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="77"/>
+        <source>%1 is already stopped.</source>
+        <translation>%1 ist bereits gestoppt.</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="80"/>
+        <source>cannot stop %1: %2 is not readable and writable</source>
+        <translation>%1 kann nicht beendet werden: %2 ist nicht les- und schreibbar</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="85"/>
+        <source>cannot stop %1</source>
+        <translation>%1 kann nicht beendet werden</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="88"/>
+        <source>%1 is stopping (pid %2).</source>
+        <translation>%1 wird beendet (PID %2).</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="93"/>
+        <source>%1 is stopped.</source>
+        <translation>%1 ist gestoppt.</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="140"/>
+        <source>%1 is still %2 after %3 s</source>
+        <translation>%1: nach %3 s immer noch %2</translation>
+    </message>
+</context>
+<context>
+    <name>InstanceLookup</name>
+    <message>
+        <location filename="../cli/InstanceLookup.cpp" line="24"/>
+        <source>no instances in the installation</source>
+        <translation>keine Instanzen in der Installation</translation>
+    </message>
+    <message numerus="yes">
+        <location filename="../cli/InstanceLookup.cpp" line="25"/>
+        <source>no default instance among %n instances; name one</source>
+        <translation>
+            <numerusform>keine Standardinstanz unter %n Instanz; bitte eine nennen</numerusform>
+            <numerusform>keine Standardinstanz unter %n Instanzen; bitte eine nennen</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <location filename="../cli/InstanceLookup.cpp" line="39"/>
+        <source>&apos;%1&apos; names %n instances; give the directory&apos;s path</source>
+        <translation>
+            <numerusform>&apos;%1&apos; bezeichnet %n Instanz; bitte den Pfad des Verzeichnisses angeben</numerusform>
+            <numerusform>&apos;%1&apos; bezeichnet %n Instanzen; bitte den Pfad des Verzeichnisses angeben</numerusform>
+        </translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceLookup.cpp" line="50"/>
+        <source>no such instance: %1</source>
+        <translation>keine solche Instanz: %1</translation>
+    </message>
+</context>
+<context>
+    <name>InstanceReport</name>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="54"/>
+        <source>stopped</source>
+        <translation>gestoppt</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="56"/>
+        <source>starting</source>
+        <translation>startet</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="58"/>
+        <source>running</source>
+        <translation>läuft</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="60"/>
+        <source>stopping</source>
+        <translation>wird beendet</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="62"/>
+        <source>unknown</source>
+        <translation>unbekannt</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <source>INSTANCE</source>
+        <translation>INSTANZ</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <source>DEFAULT</source>
+        <translation>STANDARD</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <source>STATE</source>
+        <translation>ZUSTAND</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <source>PID</source>
+        <translation>PID</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <source>NAME</source>
+        <translation>NAME</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="71"/>
+        <source>DIRECTORY</source>
+        <translation>VERZEICHNIS</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="71"/>
+        <source>LOG</source>
+        <translation>PROTOKOLL</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="73"/>
+        <source>yes</source>
+        <translation>ja</translation>
+    </message>
+</context>
+<context>
+    <name>Listing</name>
+    <message>
+        <location filename="../cli/Commands.cpp" line="171"/>
+        <source>No Corvanta instances in %1</source>
+        <translation>Keine Corvanta-Instanzen in %1</translation>
     </message>
 </context>
 </TS>
