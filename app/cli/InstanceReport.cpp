@@ -33,34 +33,30 @@ QJsonObject InstanceReport::toJson() const {
     };
 }
 
+namespace {
+
+// Indexed by ServerStatus; the English words are the JSON's and the sources
+// of the translated ones.
+constexpr const char *kStateWords[] = {
+    QT_TRANSLATE_NOOP("InstanceReport", "unknown"),  QT_TRANSLATE_NOOP("InstanceReport", "stopped"),
+    QT_TRANSLATE_NOOP("InstanceReport", "starting"), QT_TRANSLATE_NOOP("InstanceReport", "running"),
+    QT_TRANSLATE_NOOP("InstanceReport", "stopping"),
+};
+
+const char *stateWord(qint32 status) {
+    return status >= ServerStatusStopped && status <= ServerStatusStopping
+               ? kStateWords[status]
+               : kStateWords[ServerStatusUnknown];
+}
+
+}  // namespace
+
 QString InstanceReport::stateKeyword(qint32 status) {
-    switch (status) {
-        case ServerStatusStopped:
-            return QStringLiteral("stopped");
-        case ServerStatusStarting:
-            return QStringLiteral("starting");
-        case ServerStatusRunning:
-            return QStringLiteral("running");
-        case ServerStatusStopping:
-            return QStringLiteral("stopping");
-        default:
-            return QStringLiteral("unknown");
-    }
+    return QLatin1StringView(stateWord(status));
 }
 
 QString InstanceReport::stateText(qint32 status) {
-    switch (status) {
-        case ServerStatusStopped:
-            return tr("stopped");
-        case ServerStatusStarting:
-            return tr("starting");
-        case ServerStatusRunning:
-            return tr("running");
-        case ServerStatusStopping:
-            return tr("stopping");
-        default:
-            return tr("unknown");
-    }
+    return tr(stateWord(status));
 }
 
 QString InstanceReport::table(const QList<InstanceReport> &reports) {

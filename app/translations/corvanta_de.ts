@@ -338,67 +338,67 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>InstanceReport</name>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="54"/>
+        <location filename="../cli/InstanceReport.cpp" line="41"/>
         <source>stopped</source>
         <translation>gestoppt</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="56"/>
+        <location filename="../cli/InstanceReport.cpp" line="42"/>
         <source>starting</source>
         <translation>startet</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="58"/>
+        <location filename="../cli/InstanceReport.cpp" line="42"/>
         <source>running</source>
         <translation>läuft</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="60"/>
+        <location filename="../cli/InstanceReport.cpp" line="43"/>
         <source>stopping</source>
         <translation>wird beendet</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="62"/>
+        <location filename="../cli/InstanceReport.cpp" line="41"/>
         <source>unknown</source>
         <translation>unbekannt</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <location filename="../cli/InstanceReport.cpp" line="66"/>
         <source>INSTANCE</source>
         <translation>INSTANZ</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <location filename="../cli/InstanceReport.cpp" line="66"/>
         <source>DEFAULT</source>
         <translation>STANDARD</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <location filename="../cli/InstanceReport.cpp" line="66"/>
         <source>STATE</source>
         <translation>ZUSTAND</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <location filename="../cli/InstanceReport.cpp" line="66"/>
         <source>PID</source>
         <translation>PID</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="70"/>
+        <location filename="../cli/InstanceReport.cpp" line="66"/>
         <source>NAME</source>
         <translation>NAME</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="71"/>
+        <location filename="../cli/InstanceReport.cpp" line="67"/>
         <source>DIRECTORY</source>
         <translation>VERZEICHNIS</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="71"/>
+        <location filename="../cli/InstanceReport.cpp" line="67"/>
         <source>LOG</source>
         <translation>PROTOKOLL</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="73"/>
+        <location filename="../cli/InstanceReport.cpp" line="69"/>
         <source>yes</source>
         <translation>ja</translation>
     </message>
