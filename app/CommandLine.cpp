@@ -32,8 +32,8 @@ struct Options {
     // QCommandLineParser has no optional values.
     QCommandLineOption wait{
         QStringLiteral("wait"),
-        CommandLine::tr("start, stop: as --wait=<seconds> (default %1): return once the "
-                        "instance is running or stopped; exit status 5 when it is not by then.")
+        CommandLine::tr("start, stop: wait until the instance is running or stopped, at most "
+                        "--wait=<seconds> (default %1); then exit status 5.")
             .arg(CommandRequest::DefaultWaitSeconds)};
 
     void addTo(QCommandLineParser &parser) const {

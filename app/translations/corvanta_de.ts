@@ -137,8 +137,8 @@
     </message>
     <message>
         <location filename="../CommandLine.cpp" line="35"/>
-        <source>start, stop: as --wait=&lt;seconds&gt; (default %1): return once the instance is running or stopped; exit status 5 when it is not by then.</source>
-        <translation>start, stop: als --wait=&lt;sekunden&gt; (Vorgabe %1): zurückkehren, sobald die Instanz läuft oder gestoppt ist; Exit-Status 5, wenn sie es bis dahin nicht ist.</translation>
+        <source>start, stop: wait until the instance is running or stopped, at most --wait=&lt;seconds&gt; (default %1); then exit status 5.</source>
+        <translation>start, stop: warten, bis die Instanz läuft oder gestoppt ist, höchstens --wait=&lt;sekunden&gt; (Vorgabe %1); danach Exit-Status 5.</translation>
     </message>
     <message>
         <location filename="../CommandLine.cpp" line="42"/>

@@ -59,8 +59,9 @@ std::string makeInstallation() {
     return root;
 }
 
-// Spawns the command, reads all of its standard output, waits for it.
-double runCommand(const char *monitor, const std::string &home, size_t *outputBytes) {
+// Spawns the monitor with `arguments`, reads all of its standard output,
+// waits for it.
+double runMonitor(const char *monitor, std::vector<std::string> arguments, size_t *outputBytes) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) {
         std::abort();
@@ -68,16 +69,14 @@ double runCommand(const char *monitor, const std::string &home, size_t *outputBy
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
-    std::string homeArg = home;
-    char *argv[] = {const_cast<char *>(monitor),
-                    const_cast<char *>("list"),
-                    const_cast<char *>("--json"),
-                    const_cast<char *>("--home"),
-                    homeArg.data(),
-                    nullptr};
+    std::vector<char *> argv{const_cast<char *>(monitor)};
+    for (std::string &argument : arguments) {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
     const auto start = Clock::now();
     pid_t pid = 0;
-    if (posix_spawn(&pid, monitor, &actions, nullptr, argv, environ) != 0) {
+    if (posix_spawn(&pid, monitor, &actions, nullptr, argv.data(), environ) != 0) {
         std::abort();
     }
     posix_spawn_file_actions_destroy(&actions);
@@ -125,22 +124,26 @@ int main(int argc, char **argv) {
     const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 31;
     const char *monitor = argc > 2 ? argv[2] : CORVANTA_MONITOR;
     const std::string home = makeInstallation();
-    std::vector<double> command, registry;
-    size_t bytes = 0;
-    runCommand(monitor, home, &bytes);  // warm the page cache and the loader
+    const std::vector<std::string> list{"list", "--json", "--home", home};
+    std::vector<double> command, registry, start;
+    size_t bytes = 0, versionBytes = 0;
+    runMonitor(monitor, list, &bytes);  // warm the page cache and the loader
     runAllInstances(home);
-    // Interleaved, so that load on the machine falls on both alike.
+    // Interleaved, so that load on the machine falls on all alike.
     for (int i = 0; i < rounds; ++i) {
-        command.push_back(runCommand(monitor, home, &bytes));
+        command.push_back(runMonitor(monitor, list, &bytes));
         registry.push_back(runAllInstances(home));
+        start.push_back(runMonitor(monitor, {"--version"}, &versionBytes));
     }
     std::filesystem::remove_all(home);
-    const double c = median(command), r = median(registry);
+    const double c = median(command), r = median(registry), v = median(start);
     std::printf("instances                          %d\n", kInstances);
     std::printf("rounds                             %d\n", rounds);
     std::printf("JSON output                        %zu bytes\n", bytes);
     std::printf("list --json, whole process         %.2f ms (median)\n", c);
     std::printf("allInstances alone, first scan     %.2f ms (median)\n", r);
     std::printf("ratio                              %.2fx (target within 1.5x)\n", c / r);
+    std::printf("process start alone (--version)    %.2f ms (median), %.2fx of allInstances\n", v,
+                v / r);
     return 0;
 }
