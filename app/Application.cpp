@@ -142,7 +142,7 @@ void Application::menuWillOpen(QMenu *menu) {
     menu->addSeparator();
     QAction *login = menu->addAction(tr("Start Corvanta Monitor at Login"));
     login->setCheckable(true);
-    login->setChecked(willStartAtLogin(packageUrl(), _loginItems));
+    login->setChecked(willStartAtLogin(programUrl(), _loginItems));
     connect(login, &QAction::triggered, this, [this, login] { toggleStartAtLogin(login); });
 
     QAction *quit = menu->addAction(tr("Quit Corvanta Monitor"));
@@ -247,6 +247,7 @@ void Application::applicationDidFinishLaunching() {
 
 void Application::setupGlobalEnvironment() {
     const std::optional<QString> home = exportInstallationEnvironment(_packageRoot);
+    _installationHome = home.value_or(QString());
     if (home && _manager) {
         _manager->addSearchPath(*home);
     }

@@ -30,11 +30,12 @@ public:
     ~Application() override;
 
     // The directory above the one holding the executable; the fallback
-    // installation and the login-item identity hang off it.
+    // installation hangs off it.
     static QString defaultPackageRoot();
     QString packageRoot() const { return _packageRoot; }
     void setPackageRoot(const QString &path) { _packageRoot = path; }
-    QUrl packageUrl() const { return QUrl::fromLocalFile(_packageRoot); }
+    // The login-item identity: the file URL of the executable's canonical path.
+    static QUrl programUrl();
 
     void openUrl(const QString &text);
     bool confirm(CorvantaInstance *instance, bool start);
@@ -53,7 +54,9 @@ public:
     void toggleStartAtLogin(QAction *sender);
 
     static bool willStartAtLogin(const QUrl &url, LoginItemList &list);
-    static void setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &list);
+    // The entry added starts the program with arguments.
+    static void setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &list,
+                                const QStringList &arguments = {});
 
     static constexpr int MenuUpdateIntervalMs = 500;
     // Upper bound on one opening's refresh ticks (ten minutes), see menuTimerFired.
@@ -65,6 +68,7 @@ protected:
 private:
     void stopMenuUpdateTimer();
     void showMenuAtCursor();
+    QStringList loginArguments() const;
 
     std::unique_ptr<CorvantaManager> _manager;
     std::unique_ptr<QSystemTrayIcon> _statusItem;
@@ -80,6 +84,7 @@ private:
     int _menuTicksLeft = 0;
     MenuKeyEquivalents _keyEquivalents;
     QString _packageRoot;
+    QString _installationHome;  // empty without an installation
     DesktopOpener &_opener;
     LoginItemList &_loginItems;
     ConfirmationPrompt &_prompt;

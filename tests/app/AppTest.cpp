@@ -39,8 +39,8 @@ struct FakeDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
     bool openUrl(const QUrl &url) override { return record(url.toString()); }
     bool openFile(const QString &path) override { return record(u"file "_s + path); }
     std::optional<QList<LoginItem>> snapshot() override { return items; }
-    bool insertFirst(const QUrl &bundleUrl) override {
-        items.prepend(LoginItem{u"added"_s, bundleUrl});
+    bool insertFirst(const QUrl &programUrl, const QStringList &arguments) override {
+        items.prepend(LoginItem{(QStringList{u"added"_s} + arguments).join(u' '), programUrl});
         return true;
     }
     bool remove(const LoginItem &item) override {
@@ -322,12 +322,12 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
 }
 
 TEST_F(StatusMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {
-    QUrl slashed = app.packageUrl();
+    QUrl slashed = Application::programUrl();
     slashed.setPath(slashed.path() + u'/');
     fake.items = {{u"unresolved"_s, std::nullopt},
                   {u"slashed"_s, slashed},
-                  {u"b"_s, app.packageUrl()},
-                  {u"c"_s, app.packageUrl()}};
+                  {u"b"_s, Application::programUrl()},
+                  {u"c"_s, Application::programUrl()}};
     QString seen;
     for (int round = 0; round < 4; ++round) {
         open();

@@ -82,7 +82,7 @@ xs_wait 5 grep -q . "$work/opened" || fail "nothing was opened"
 step='login-on' # from the bottom: quit, then the login item
 choose Up 2
 xs_wait 5 test -f "$entry" || fail "no autostart entry"
-grep -qx "Exec=\"$monitor\"" "$entry" || fail "autostart entry: $(cat "$entry")"
+grep -qx "Exec=$monitor --home $home" "$entry" || fail "autostart entry: $(cat "$entry")"
 step='login-off'
 choose Up 2
 xs_wait 5 test ! -e "$entry" || fail "the autostart entry stayed"
