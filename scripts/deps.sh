@@ -9,6 +9,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libinih-dev
     clang clang-format libclang-rt-14-dev
     xvfb xauth xdotool trayer x11-utils imagemagick strace
+    dpkg-dev lintian desktop-file-utils appstream
 )
 
 missing=()
