@@ -1,6 +1,5 @@
 #include "Application.h"
 
-#include "InstallationEnvironment.h"
 #include "StatusIcon.h"
 #include "TrayWatch.h"
 #include "registry/Paths.h"
@@ -26,6 +25,7 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
                          ConfirmationPrompt &prompt, QObject *parent)
     : QObject(parent),
       _packageRoot(defaultPackageRoot()),
+      _installationSources(InstallationSources::standard(std::nullopt, _packageRoot)),
       _opener(opener),
       _loginItems(loginItems),
       _prompt(prompt) {}
@@ -246,10 +246,9 @@ void Application::applicationDidFinishLaunching() {
 }
 
 void Application::setupGlobalEnvironment() {
-    const std::optional<QString> home = exportInstallationEnvironment(_packageRoot);
-    _installationHome = home.value_or(QString());
-    if (home && _manager) {
-        _manager->addSearchPath(*home);
+    _installationHome = exportInstallationEnvironment(_installationSources);
+    if (_installationHome && _manager) {
+        _manager->addSearchPath(*_installationHome);
     }
 }
 

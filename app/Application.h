@@ -4,6 +4,7 @@
 #include "PlatformServices.h"
 #include "registry/CorvantaInstance.h"
 #include "registry/CorvantaManager.h"
+#include "registry/Installation.h"
 
 #include <QBasicTimer>
 #include <QObject>
@@ -33,7 +34,16 @@ public:
     // installation hangs off it.
     static QString defaultPackageRoot();
     QString packageRoot() const { return _packageRoot; }
-    void setPackageRoot(const QString &path) { _packageRoot = path; }
+    void setPackageRoot(const QString &path) {
+        _packageRoot = path;
+        _installationSources.packageRoot = path;
+    }
+    // Where setupGlobalEnvironment looks for the installation.
+    void setInstallationSources(InstallationSources sources) {
+        _installationSources = std::move(sources);
+    }
+    // The installation in use, once setupGlobalEnvironment found one.
+    const std::optional<QString> &installationHome() const { return _installationHome; }
     // The login-item identity: the file URL of the executable's canonical path.
     static QUrl programUrl();
 
@@ -84,7 +94,8 @@ private:
     int _menuTicksLeft = 0;
     MenuKeyEquivalents _keyEquivalents;
     QString _packageRoot;
-    QString _installationHome;  // empty without an installation
+    InstallationSources _installationSources;
+    std::optional<QString> _installationHome;
     DesktopOpener &_opener;
     LoginItemList &_loginItems;
     ConfirmationPrompt &_prompt;

@@ -51,10 +51,10 @@ void Application::setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &
 QStringList Application::loginArguments() const {
     // A login start must see the instances this monitor sees, whatever the
     // session's environment then holds.
-    if (_installationHome.isEmpty()) {
+    if (!_installationHome) {
         return {};
     }
-    return {QStringLiteral("--home"), _installationHome};
+    return {QStringLiteral("--home"), *_installationHome};
 }
 
 void Application::toggleStartAtLogin(QAction *sender) {
