@@ -7,10 +7,10 @@
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
+[[ $(id -u) -eq 0 ]] || { echo "SKIP: installing a package needs root"; exit 77; }
 package_dir=$1
 standin=$(realpath "$2")
 opt=/opt/corvanta
-[[ $(id -u) -eq 0 ]] || { echo "SKIP: installing a package needs root"; exit 77; }
 for tool in dpkg-buildflags lintian Xvfb trayer xdotool import; do
     command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
 done
@@ -23,17 +23,25 @@ entry=$autostart/corvanta-monitor.desktop
 foreign=$autostart/other-app.desktop
 monitor_pid='' made_opt='' installed_here='' step=package
 
-lock_pid() { tr -dc 0-9 2>/dev/null <"$opt/$1/corvanta.lck" | head -c 10; }
+# The instance's lock file, as its corvanta.ini names it.
+lock_pid() {
+    local lock
+    lock=$(sed -n 's/^lockfile *= *//p' "$opt/$1/corvanta.ini" 2>/dev/null)
+    tr -dc 0-9 2>/dev/null <"$opt/$1/${lock:-corvanta.lck}" | head -c 10
+}
 server_runs() { [[ $(readlink "/proc/$(lock_pid "$1")/exe") == "$opt/bin/corvanta" ]]; }
 monitor_gone() { ! kill -0 "$monitor_pid" 2>/dev/null; }
 
 cleanup() {
-    local status=$? instance
+    local status=$? exe
     [[ -z $monitor_pid ]] || kill "$monitor_pid" 2>/dev/null || true
     xs_stop
     if [[ -n $made_opt ]]; then
-        for instance in analytics database; do
-            ! server_runs "$instance" || kill -9 "$(lock_pid "$instance")" || true
+        # Servers outlive the monitor; every one run from the test's own
+        # installation is the test's.
+        for exe in /proc/[0-9]*/exe; do
+            [[ $(readlink "$exe" 2>/dev/null) != "$opt/bin/corvanta" ]] ||
+                kill -9 "$(basename "$(dirname "$exe")")" 2>/dev/null || true
         done
         rm -rf "$opt"
     fi
@@ -98,7 +106,7 @@ xs_start || fail "X session"
 (
     unset CORVANTA_HOME CORVANTA_BINARY
     export HOME=$work/home XDG_RUNTIME_DIR=$work/runtime XDG_CONFIG_HOME=$work/config
-    export LANGUAGE='' LC_ALL=C.UTF-8
+    export LANGUAGE='' LC_ALL=C.UTF-8 CORVANTA_STANDIN_PORT=0
     exec /usr/bin/corvanta-monitor >"$work/monitor.log" 2>&1
 ) &
 monitor_pid=$!
