@@ -25,20 +25,8 @@ cleanup() {
     ((status != 0)) || rm -rf "$work"
 }
 trap cleanup EXIT
-fail() {
-    xs_screenshot "failure-$step"
-    echo "FAIL ($step): $*" >&2
-    exit 1
-}
-# Presses `key` n times in the menu: Down from the top, Up from the bottom.
-choose() {
-    xs_open_menu || fail "menu"
-    xs_screenshot "$step-menu"
-    xdotool key --repeat "$2" "$1"
-    xdotool key Return
-}
 confirm() {
-    xs_wait 5 xs_has_popup || fail "no confirmation dialog"
+    xs_wait 5 xs_has_popup || xs_fail "no confirmation dialog"
     sleep 0.3
     xs_screenshot "$step-dialog"
     xdotool key Return # the default button: Start or Stop
@@ -61,40 +49,40 @@ count=$(wc -l <<<"$instances")
 position=$(grep -nx 'database/corvanta.ini' <<<"$instances" | cut -d: -f1)
 
 step=session
-xs_start || fail "X session"
+xs_start || xs_fail "X session"
 export HOME=$work/home XDG_RUNTIME_DIR=$work/runtime CORVANTA_HOME=$home
 PATH="$work/fakebin:$PATH" XDG_CONFIG_HOME="$work/config" LANGUAGE='' LC_ALL=C.UTF-8 \
     "$monitor" >"$work/monitor.log" 2>&1 &
 monitor_pid=$!
-xs_wait 10 xs_tray_icon >/dev/null || fail "the tray icon did not appear"
+xs_wait 10 xs_tray_icon >/dev/null || xs_fail "the tray icon did not appear"
 
 step=start
-choose Down "$position"
+xs_choose Down "$position"
 confirm
-xs_wait 15 server_runs || fail "the server did not start"
+xs_wait 15 server_runs || xs_fail "the server did not start"
 server_pid=$(lock_pid)
 
 step=console # below the instances: the diagnostic log, then the console
-choose Down $((count + 2))
-xs_wait 5 grep -q . "$work/opened" || fail "nothing was opened"
-[[ $(cat "$work/opened") == "http://localhost:8890/kelvarine/" ]] || fail "opened $(cat "$work/opened")"
+xs_choose Down $((count + 2))
+xs_wait 5 grep -q . "$work/opened" || xs_fail "nothing was opened"
+[[ $(cat "$work/opened") == "http://localhost:8890/kelvarine/" ]] || xs_fail "opened $(cat "$work/opened")"
 
 step='login-on' # from the bottom: quit, then the login item
-choose Up 2
-xs_wait 5 test -f "$entry" || fail "no autostart entry"
-grep -qx "Exec=$monitor --home $home" "$entry" || fail "autostart entry: $(cat "$entry")"
+xs_choose Up 2
+xs_wait 5 test -f "$entry" || xs_fail "no autostart entry"
+grep -qx "Exec=$monitor --home $home" "$entry" || xs_fail "autostart entry: $(cat "$entry")"
 step='login-off'
-choose Up 2
-xs_wait 5 test ! -e "$entry" || fail "the autostart entry stayed"
+xs_choose Up 2
+xs_wait 5 test ! -e "$entry" || xs_fail "the autostart entry stayed"
 
 step=stop
-choose Down "$position"
+xs_choose Down "$position"
 confirm
-xs_wait 15 server_gone || fail "the server did not stop"
-[[ ! -e $lock ]] || fail "the lock file stayed"
+xs_wait 15 server_gone || xs_fail "the server did not stop"
+[[ ! -e $lock ]] || xs_fail "the lock file stayed"
 
 step=quit
-choose Up 1
-xs_wait 10 monitor_gone || fail "the monitor did not quit"
+xs_choose Up 1
+xs_wait 10 monitor_gone || xs_fail "the monitor did not quit"
 pid=$monitor_pid monitor_pid=
-wait "$pid" || fail "the monitor exited with status $?"
+wait "$pid" || xs_fail "the monitor exited with status $?"

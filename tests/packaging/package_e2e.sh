@@ -50,17 +50,6 @@ cleanup() {
     ((status != 0)) || rm -rf "$work"
 }
 trap cleanup EXIT
-fail() {
-    xs_screenshot "failure-$step"
-    echo "FAIL ($step): $*" >&2
-    exit 1
-}
-choose() {
-    xs_open_menu || fail "menu"
-    xs_screenshot "$step-menu"
-    xdotool key --repeat "$2" "$1"
-    xdotool key Return
-}
 # Keys reach the dialog only once it has the focus.
 dialog_focused() {
     local focus
@@ -68,24 +57,24 @@ dialog_focused() {
     xdotool search --maxdepth 1 --onlyvisible --class '^corvanta-monitor$' 2>/dev/null | grep -qx "$focus"
 }
 confirm() {
-    xs_wait 5 dialog_focused || fail "no confirmation dialog"
+    xs_wait 5 dialog_focused || xs_fail "no confirmation dialog"
     xs_screenshot "$step-dialog"
     xdotool key Return
 }
 
 deb=$(PACKAGE_DIR=$package_dir "$root/scripts/package.sh" 2>"$work/package.log" | tail -n 1) ||
-    fail "scripts/package.sh: $(tail -n 20 "$work/package.log")"
+    xs_fail "scripts/package.sh: $(tail -n 20 "$work/package.log")"
 
 step=lintian
 lintian -i --pedantic "$deb" >"$work/lintian.log" 2>&1 || true
 cat "$work/lintian.log"
-! grep -q '^[EW]: ' "$work/lintian.log" || fail "lintian reports errors or warnings"
+! grep -q '^[EW]: ' "$work/lintian.log" || xs_fail "lintian reports errors or warnings"
 
 step=install
 dpkg-query -W -f='${Status}' corvanta-monitor 2>/dev/null | grep -q 'ok installed' || installed_here=1
 if ! dpkg -i "$deb" >"$work/install.log" 2>&1; then
     DEBIAN_FRONTEND=noninteractive apt-get -f install -y -q >>"$work/install.log" 2>&1 ||
-        fail "the package did not install: $(tail -n 5 "$work/install.log")"
+        xs_fail "the package did not install: $(tail -n 5 "$work/install.log")"
 fi
 monitor=$(realpath /usr/bin/corvanta-monitor)
 
@@ -102,7 +91,7 @@ printf '[Desktop Entry]\nType=Application\nName=Other\nExec=%s --edge top\n' "$o
 cp "$foreign" "$work/foreign.orig"
 
 step=session
-xs_start || fail "X session"
+xs_start || xs_fail "X session"
 (
     unset CORVANTA_HOME CORVANTA_BINARY
     export HOME=$work/home XDG_RUNTIME_DIR=$work/runtime XDG_CONFIG_HOME=$work/config
@@ -110,7 +99,7 @@ xs_start || fail "X session"
     exec /usr/bin/corvanta-monitor >"$work/monitor.log" 2>&1
 ) &
 monitor_pid=$!
-xs_wait 10 xs_tray_icon >/dev/null || fail "the tray icon did not appear"
+xs_wait 10 xs_tray_icon >/dev/null || xs_fail "the tray icon did not appear"
 
 # The menu lists the instances in path order; starting the one at each
 # position shows that the menu lists exactly those of /opt/corvanta.
@@ -119,23 +108,23 @@ position=0
 for instance in $instances; do
     position=$((position + 1))
     step="start-$instance"
-    choose Down "$position"
+    xs_choose Down "$position"
     confirm
-    xs_wait 15 server_runs "$instance" || fail "$instance did not start"
+    xs_wait 15 server_runs "$instance" || xs_fail "$instance did not start"
 done
 
 step='login-on' # from the bottom: quit, then the login item
-choose Up 2
-xs_wait 5 test -f "$entry" || fail "no autostart entry; $(ls "$autostart")"
-grep -qx "Exec=$monitor --home $opt" "$entry" || fail "Exec: $(cat "$entry")"
-grep -qx "TryExec=$monitor" "$entry" || fail "TryExec: $(cat "$entry")"
+xs_choose Up 2
+xs_wait 5 test -f "$entry" || xs_fail "no autostart entry; $(ls "$autostart")"
+grep -qx "Exec=$monitor --home $opt" "$entry" || xs_fail "Exec: $(cat "$entry")"
+grep -qx "TryExec=$monitor" "$entry" || xs_fail "TryExec: $(cat "$entry")"
 step='login-off'
-choose Up 2
-xs_wait 5 test ! -e "$entry" || fail "the autostart entry stayed"
-cmp "$foreign" "$work/foreign.orig" || fail "the other program's entry changed"
+xs_choose Up 2
+xs_wait 5 test ! -e "$entry" || xs_fail "the autostart entry stayed"
+cmp "$foreign" "$work/foreign.orig" || xs_fail "the other program's entry changed"
 
 step=quit
-choose Up 1
-xs_wait 10 monitor_gone || fail "the monitor did not quit"
+xs_choose Up 1
+xs_wait 10 monitor_gone || xs_fail "the monitor did not quit"
 pid=$monitor_pid monitor_pid=
-wait "$pid" || fail "the monitor exited with status $?"
+wait "$pid" || xs_fail "the monitor exited with status $?"
