@@ -281,11 +281,19 @@ TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
     }
 }
 
+// The stand-in holds its lock file until signal 10 and ignores signal 15, so
+// the starting and stopping phases last until the test releases them.
 TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     qputenv("CORVANTA_BINARY", CORVANTA_STANDIN);
     qputenv("CORVANTA_STANDIN_PORT", "0");
-    qputenv("CORVANTA_STANDIN_LOCK_DELAY_MS", "300");
+    qputenv("CORVANTA_STANDIN_LOCK_ON_USR1", "1");
+    qputenv("CORVANTA_STANDIN_IGNORE_TERM", "1");
     const QString dir = addInstance(u"database"_s);
+    const auto logged = [&](const char *text) {
+        QFile log(dir + u"/corvanta.log"_s);
+        return log.open(QIODevice::ReadOnly) && log.readAll().contains(text);
+    };
+    qint32 server = 0;
     open();
     fake.whileUp = [&] {
         EXPECT_TRUE(inModalDialog());
@@ -296,28 +304,44 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
         EXPECT_EQ(menu->actions().first(), first);
         EXPECT_FALSE(timerRunning());
     };
-    // The status right after the answer, the item on reopening, and what it becomes.
-    const auto answerWith = [&](int answer, const QString &then) {
+    // The status right after the answer, the item on reopening, and what it
+    // becomes once `release` has let the server go on.
+    const auto answerWith = [&](int answer, const std::function<void(qint32)> &release,
+                                const QString &then) {
         fake.answer = answer;
         menu->actions().first()->trigger();
         EXPECT_FALSE(inModalDialog());
         const auto record = menu->actions().first()->data().value<CorvantaInstancePtr>();
         QString seen = QString::number(record->serverStatus()) + u' ' + open().section(u'\n', 0, 0);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return item(then); }, 5000)) << then.toStdString();
+        server = record->pid() ? record->pid() : server;
+        release(record->pid());
+        EXPECT_TRUE(QTest::qWaitFor([&] { return item(then); }, 10000)) << then.toStdString();
         return seen;
     };
-    EXPECT_EQ(answerWith(1001, u"Start Default Instance"_s), u"1 + Start Default Instance"_s);
-    EXPECT_EQ(answerWith(1000, u"Stop Default Instance"_s), u"2 - Default Instance: Starting"_s);
-    EXPECT_EQ(answerWith(0, u"Stop Default Instance"_s), u"3 + Stop Default Instance"_s);
-    EXPECT_EQ(answerWith(1000, u"Start Default Instance"_s), u"4 - Default Instance: Stopping"_s);
+    const auto nothing = [](qint32) {};
+    const auto writeLock = [&](qint32 pid) {
+        EXPECT_TRUE(QTest::qWaitFor([&] { return logged("waiting for signal 10"); }, 10000));
+        ::kill(pid, SIGUSR1);
+    };
+    const auto interrupt = [](qint32 pid) { ::kill(pid, SIGINT); };
+    EXPECT_EQ(answerWith(1001, nothing, u"Start Default Instance"_s),
+              u"1 + Start Default Instance"_s);
+    EXPECT_EQ(answerWith(1000, writeLock, u"Stop Default Instance"_s),
+              u"2 - Default Instance: Starting"_s);
+    EXPECT_EQ(answerWith(0, nothing, u"Stop Default Instance"_s), u"3 + Stop Default Instance"_s);
+    EXPECT_EQ(answerWith(1000, interrupt, u"Start Default Instance"_s),
+              u"4 - Default Instance: Stopping"_s);
+    EXPECT_TRUE(logged("stopped on signal 2"));
     const QString ask =
         u"Do you want to %1 the Default Instance? | This will %2 "
         "Corvanta instance in directory\n%3. | %4 | Cancel\n"_s;
     const QString start = ask.arg(u"start"_s, u"start up a"_s, dir, u"Start"_s);
     const QString stop = ask.arg(u"stop"_s, u"stop the"_s, dir, u"Stop"_s);
     EXPECT_EQ(fake.calls, start + start + stop + stop);
-    if (QFile lock(dir + u"/corvanta.lck"_s); lock.open(QIODevice::ReadOnly)) {
-        ::kill(lock.readAll().trimmed().toInt(), SIGTERM);  // left behind by a failure
+    // A failure may leave the stand-in waiting for a signal that never came.
+    if (QFileInfo(u"/proc/%1/exe"_s.arg(server)).symLinkTarget() ==
+        QString::fromUtf8(CORVANTA_STANDIN)) {
+        ::kill(server, SIGKILL);
     }
 }
 
