@@ -3,10 +3,13 @@
 #include "StatusIcon.h"
 
 #include <QApplication>
+#include <QFontMetricsF>
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
+
+#include <cmath>
 
 namespace {
 
@@ -16,8 +19,11 @@ namespace {
 // only the path is left to wrap, within its own line.
 void keepFirstLineWhole(QLabel &label) {
     const QString firstLine = label.text().section(QLatin1Char('\n'), 0, 0);
-    // A pixel of slack against rounding between measuring and laying out.
-    const int width = label.fontMetrics().horizontalAdvance(firstLine) + 1;
+    // A space's width of slack: the layout adds up fractional advances that
+    // the integer metrics round away.
+    const QFontMetricsF metrics(label.font());
+    const int width = int(std::ceil(metrics.horizontalAdvance(firstLine) +
+                                    metrics.horizontalAdvance(QLatin1Char(' '))));
     label.setMinimumWidth(width + label.contentsMargins().left() + label.contentsMargins().right());
 }
 
