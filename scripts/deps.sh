@@ -5,7 +5,8 @@
 # Usage: scripts/deps.sh [demo|headless|test]   (default: test)
 #   demo      building and running the monitor and the stand-in server
 #   headless  demo, plus a private X server with a tray host for screenshots
-#   test      everything: demo, headless, the tests, benchmarks and fuzzing
+#   test      everything: demo, headless, the tests, benchmarks, fuzzing, and
+#             load and a window manager for checks by hand
 set -euo pipefail
 
 demo=(
@@ -19,7 +20,7 @@ test=(
     qt6-svg-dev
     libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libinih-dev
     clang clang-format libclang-rt-14-dev
-    strace stress
+    strace stress openbox
 )
 
 case ${1:-test} in
@@ -27,7 +28,7 @@ case ${1:-test} in
     headless) packages=("${demo[@]}" "${headless[@]}") ;;
     test) packages=("${demo[@]}" "${headless[@]}" "${test[@]}") ;;
     *)
-        sed -n '5,8p' "$0" | sed 's/^# //' >&2
+        sed -n '5,9p' "$0" | sed 's/^# //' >&2
         exit 2
         ;;
 esac
