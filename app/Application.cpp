@@ -1,16 +1,20 @@
 #include "Application.h"
 
+#include "MenuPlacement.h"
 #include "StatusIcon.h"
 #include "TrayWatch.h"
 #include "registry/Paths.h"
 
 #include <QAction>
-#include <QCoreApplication>
+#include <QApplication>
 #include <QCursor>
 #include <QMenu>
 #include <QScopeGuard>
-#include <QSystemTrayIcon>
+#include <QScreen>
+#include <QStyle>
 #include <QTimerEvent>
+
+#include <utility>
 
 namespace {
 
@@ -84,9 +88,17 @@ void Application::stopInstance(QAction *sender) {
 std::unique_ptr<QMenu> Application::createMenu() {
     auto menu = std::make_unique<QMenu>();
     QMenu *raw = menu.get();
-    connect(raw, &QMenu::aboutToShow, this, [this, raw] { menuWillOpen(raw); });
+    connect(raw, &QMenu::aboutToShow, this, [this, raw] {
+        if (!std::exchange(_menuBuiltForPopup, false)) {
+            menuWillOpen(raw);
+        }
+    });
     connect(raw, &QMenu::aboutToHide, this, [this, raw] { menuDidClose(raw); });
     raw->installEventFilter(&_keyEquivalents);
+    if (!_menuStyle) {
+        _menuStyle.reset(makeScrollableMenuStyle());
+    }
+    raw->setStyle(_menuStyle.get());
     return menu;
 }
 
@@ -147,6 +159,9 @@ void Application::menuWillOpen(QMenu *menu) {
 
     QAction *quit = menu->addAction(tr("Quit Corvanta Monitor"));
     connect(quit, &QAction::triggered, this, [] { QCoreApplication::quit(); });
+    // Shown beside the title; as a window shortcut of the menu it acts only
+    // while the menu is open. The filter adds Ctrl+Q.
+    quit->setShortcut(QKeySequence(Qt::Key_Q));
     _keyEquivalents.assign(Qt::Key_Q, quit);
 }
 
@@ -232,13 +247,8 @@ void Application::applicationDidFinishLaunching() {
     _statusItem = std::make_unique<QSystemTrayIcon>(makeStatusIcon());
     _menu = createMenu();
     _statusItem->setContextMenu(_menu.get());
-    // The one menu answers both buttons, as a menu-bar item would.
     connect(_statusItem.get(), &QSystemTrayIcon::activated, this,
-            [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger) {
-                    showMenuAtCursor();
-                }
-            });
+            &Application::statusItemActivated);
     _statusItem->setToolTip(tr("Nordelix Corvanta"));
 
     _trayWatch = std::make_unique<TrayWatch>(*_statusItem);
@@ -269,8 +279,44 @@ void Application::stopMenuUpdateTimer() {
     _menuUpdateTarget = nullptr;
 }
 
-void Application::showMenuAtCursor() {
-    if (_menu && !_menu->isVisible()) {
-        _menu->popup(QCursor::pos());
+void Application::statusItemActivated(QSystemTrayIcon::ActivationReason reason) {
+    // A click while a confirmation waits is meant for it: the dialog comes to
+    // the front, and the menu stays as it was.
+    if (_inModalDialog) {
+        if (QWidget *dialog = QApplication::activeModalWidget()) {
+            dialog->raise();
+            dialog->activateWindow();
+        }
+        return;
     }
+    // The one menu answers both buttons, as a menu-bar item would.
+    if (reason == QSystemTrayIcon::Trigger) {
+        showMenuAtIcon();
+    }
+}
+
+void Application::showMenuAtIcon() {
+    if (!_menu || _menu->isVisible()) {
+        return;
+    }
+    // Built before it is shown, so that it is placed with its final size.
+    menuWillOpen(_menu.get());
+    const QRect icon = _statusItem ? _statusItem->geometry() : QRect();
+    const QPoint pointer = QCursor::pos();
+    QScreen *screen = QGuiApplication::screenAt(icon.isEmpty() ? pointer : icon.center());
+    if (!screen) {
+        screen = QGuiApplication::primaryScreen();
+    }
+    _menu->ensurePolished();
+    const QSize size = _menu->sizeHint();
+    const QRect place = screen ? trayMenuGeometry(icon, pointer, size, screen->availableGeometry())
+                               : QRect(pointer, size);
+    _menuBuiltForPopup = true;
+    _menu->popup(place.topLeft());
+    // Qt lets a tall menu take the whole screen height, over the panel; it
+    // gets the room beside the icon instead and scrolls within it.
+    if (_menu->geometry() != place) {
+        _menu->setGeometry(place);
+    }
+    _menuBuiltForPopup = false;
 }

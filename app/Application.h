@@ -10,13 +10,14 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QSystemTrayIcon>
 #include <QUrl>
 
 #include <memory>
 
 class QAction;
 class QMenu;
-class QSystemTrayIcon;
+class QStyle;
 class TrayWatch;
 
 // The tray front end: the status item, its menu (rebuilt at every opening and
@@ -77,7 +78,8 @@ protected:
 
 private:
     void stopMenuUpdateTimer();
-    void showMenuAtCursor();
+    void statusItemActivated(QSystemTrayIcon::ActivationReason reason);
+    void showMenuAtIcon();
     QStringList loginArguments() const;
 
     std::unique_ptr<CorvantaManager> _manager;
@@ -88,7 +90,9 @@ private:
     bool _inModalDialog = false;
     CorvantaInstancePtr _defaultInstance;
 
+    std::unique_ptr<QStyle> _menuStyle;  // outlives the menus using it
     std::unique_ptr<QMenu> _menu;
+    bool _menuBuiltForPopup = false;  // showMenuAtIcon built it before placing it
     std::unique_ptr<TrayWatch> _trayWatch;
     QPointer<QMenu> _menuUpdateTarget;  // the timer's menu, as long as it lives
     int _menuTicksLeft = 0;

@@ -121,4 +121,20 @@
         <translation>Instanz „%1“</translation>
     </message>
 </context>
+<context>
+    <name>MessageBoxPrompt</name>
+    <message>
+        <location filename="../MessageBoxPrompt.cpp" line="27"/>
+        <source>Corvanta Monitor</source>
+        <translation>Corvanta Monitor</translation>
+    </message>
+</context>
+<context>
+    <name>TrayWatch</name>
+    <message>
+        <location filename="../TrayWatch.cpp" line="24"/>
+        <source>No system tray found; the &quot;C&quot; icon appears once one runs. On GNOME Shell install a tray extension (gnome-shell-extension-appindicator), elsewhere a tray host such as trayer or stalonetray.</source>
+        <translation>Keine Systemleiste gefunden; das „C“-Symbol erscheint, sobald eine läuft. Unter GNOME Shell eine Erweiterung für die Systemleiste installieren (gnome-shell-extension-appindicator), sonst eine Systemleiste wie trayer oder stalonetray.</translation>
+    </message>
+</context>
 </TS>
