@@ -16,6 +16,8 @@
 class QAction;
 class QMenu;
 class QSystemTrayIcon;
+class StatusWatch;
+class TrayNotifier;
 class TrayWatch;
 
 // The tray front end: the status item, its menu (rebuilt at every opening and
@@ -52,6 +54,12 @@ public:
     void setupGlobalEnvironment();
     void toggleStartAtLogin(QAction *sender);
 
+    // Where notifications go; the tray's balloon messages until set.
+    void setNotifier(Notifier *notifier) { _notifier = notifier; }
+    Notifier &trayNotifier();
+    // Null until the menu's first opening.
+    StatusWatch *statusWatch() const { return _statusWatch.get(); }
+
     static bool willStartAtLogin(const QUrl &url, LoginItemList &list);
     static void setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &list);
 
@@ -65,6 +73,7 @@ protected:
 private:
     void stopMenuUpdateTimer();
     void showMenuAtCursor();
+    void watchStatus(const QList<CorvantaInstancePtr> &instances);
 
     std::unique_ptr<CorvantaManager> _manager;
     std::unique_ptr<QSystemTrayIcon> _statusItem;
@@ -80,6 +89,9 @@ private:
     int _menuTicksLeft = 0;
     MenuKeyEquivalents _keyEquivalents;
     QString _packageRoot;
+    std::unique_ptr<TrayNotifier> _trayNotifier;
+    Notifier *_notifier = nullptr;
+    std::unique_ptr<StatusWatch> _statusWatch;
     DesktopOpener &_opener;
     LoginItemList &_loginItems;
     ConfirmationPrompt &_prompt;

@@ -1,6 +1,7 @@
 #include "Application.h"
 #include "MessageBoxPrompt.h"
 #include "TerminationSignals.h"
+#include "platform/DBusNotifier.h"
 #include "platform/LinuxPlatform.h"
 #include "platform/SingleInstance.h"
 #include "platform/Translations.h"
@@ -32,6 +33,9 @@ int main(int argc, char *argv[]) {
                                 QCoreApplication::applicationFilePath());
     MessageBoxPrompt prompt;
     auto application = std::make_unique<Application>(opener, loginItems, prompt);
+    DBusNotifier notifier;
+    notifier.setFallback(&application->trayNotifier());
+    application->setNotifier(&notifier);
     QTimer::singleShot(0, application.get(), &Application::applicationDidFinishLaunching);
     const TerminationSignals termination;
     QApplication::exec();

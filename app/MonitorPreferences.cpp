@@ -1,0 +1,5 @@
+#include "MonitorPreferences.h"
+
+bool notificationsWanted() {
+    return true;  // until the settings file lands
+}
