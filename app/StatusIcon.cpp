@@ -5,6 +5,7 @@
 #include <QPen>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -33,9 +34,9 @@ void drawBadge(QPainter &painter, const QRectF &area, IconState state, bool mono
     painter.drawEllipse(area.adjusted(rim / 2, rim / 2, -rim / 2, -rim / 2));
 
     const QColor ink = monochrome ? QColor(Qt::white) : badgeColour(state);
-    const qreal pad = rim + size * 0.12;
+    const qreal pad = rim + size * (size < 12 ? 0.04 : 0.1);
     const QRectF inner = area.adjusted(pad, pad, -pad, -pad);
-    const qreal line = std::max(1.0, size / 7.0);
+    const qreal line = std::max(1.25, size / 6.0);
     const QRectF ring = inner.adjusted(line / 2, line / 2, -line / 2, -line / 2);
     switch (state) {
         case IconState::Running:
@@ -108,7 +109,8 @@ QPixmap drawStatusIcon(int size, IconState state, qreal devicePixelRatio, bool m
     constexpr int gapDegrees = 80;
     painter.drawArc(ring, (gapDegrees / 2) * 16, (360 - gapDegrees) * 16);
 
-    const qreal badge = size * 0.56;
+    // Small icons get a larger share for the badge, so its shape stays legible.
+    const qreal badge = std::round(size * (size <= 24 ? 0.66 : 0.56));
     drawBadge(painter, QRectF(size - badge, size - badge, badge, badge), state, monochrome);
     return pixmap;
 }
