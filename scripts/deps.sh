@@ -8,7 +8,7 @@ packages=(
     qt6-base-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qt6-svg-dev libgl-dev
     libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libinih-dev
     clang clang-format libclang-rt-14-dev
-    xvfb xauth xdotool trayer x11-utils imagemagick strace
+    xvfb xauth xdotool trayer x11-utils imagemagick strace dbus-daemon
 )
 
 missing=()
