@@ -1,4 +1,5 @@
 #include "app/Application.h"
+#include "app/StatusWatch.h"
 #include "registry/SystemLog.h"
 
 #include <QApplication>
@@ -319,6 +320,22 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     if (QFile lock(dir + u"/corvanta.lck"_s); lock.open(QIODevice::ReadOnly)) {
         ::kill(lock.readAll().trimmed().toInt(), SIGTERM);  // left behind by a failure
     }
+}
+
+// Nothing is watched before the first opening; afterwards the icon follows the default
+// instance by file events, with the menu closed and unchanged.
+TEST_F(StatusMenu, StatusWatchStartsAtTheFirstOpeningAndFollowsTheDefault) {
+    const QString dir = addInstance(u"database"_s);
+    EXPECT_EQ(app.statusWatch(), nullptr);
+    const QString shown = open();
+    menu->hide();
+    ASSERT_NE(app.statusWatch(), nullptr);
+    EXPECT_EQ(app.statusWatch()->iconState(), IconState::Stopped);
+    writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return app.statusWatch()->iconState() == IconState::Running; }, 10000));
+    EXPECT_FALSE(timerRunning());
+    EXPECT_EQ(describe(*menu), shown);
 }
 
 TEST_F(StatusMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {

@@ -53,6 +53,7 @@ icon_shot() { import -window "$(xs_tray_icon)" "$work/icon-$1.png" 2>/dev/null; 
 icon_is() {
     icon_shot now && [[ $(compare -metric AE "$work/icon-$1.png" "$work/icon-now.png" null: 2>&1) == 0 ]]
 }
+reaped() { [[ ! -e /proc/$server_pid ]]; } # not even a zombie
 server_gone() { ! kill -0 "$server_pid" 2>/dev/null || [[ $(ps -o stat= -p "$server_pid") == Z* ]]; }
 
 cp -R "$here/../../examples/installation" "$home"
@@ -107,6 +108,7 @@ step=stop
 choose Down "$position"
 confirm
 xs_wait 15 server_gone || fail "the server did not stop"
+xs_wait 5 reaped || fail "the stopped server stays a zombie"
 [[ ! -e $lock ]] || fail "the lock file stayed"
 
 step=crash # started from the menu, killed from outside, seen without opening the menu
@@ -127,7 +129,7 @@ echo "notifications recorded:"
 sed 's/^/  /' "$work/notifications"
 [[ $(cat "$work/notifications") == "Default Instance stopped | The server was killed by signal 9. | open-log" ]] ||
     fail "unexpected notifications"
-[[ $(ps -o stat= -p "$server_pid" 2>/dev/null) != Z* ]] || fail "the server is a zombie"
+xs_wait 5 reaped || fail "the killed server stays a zombie"
 
 step=quit
 choose Up 1
