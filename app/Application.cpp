@@ -1,6 +1,5 @@
 #include "Application.h"
 
-#include "InstallationEnvironment.h"
 #include "MonitorPreferences.h"
 #include "StatusIcon.h"
 #include "StatusWatch.h"
@@ -29,6 +28,7 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
                          ConfirmationPrompt &prompt, QObject *parent)
     : QObject(parent),
       _packageRoot(defaultPackageRoot()),
+      _installationSources(InstallationSources::standard(std::nullopt, _packageRoot)),
       _trayNotifier(std::make_unique<TrayNotifier>()),
       _opener(opener),
       _loginItems(loginItems),
@@ -280,9 +280,9 @@ void Application::applicationDidFinishLaunching() {
 }
 
 void Application::setupGlobalEnvironment() {
-    const std::optional<QString> home = exportInstallationEnvironment(_packageRoot);
-    if (home && _manager) {
-        _manager->addSearchPath(*home);
+    _installationHome = exportInstallationEnvironment(_installationSources);
+    if (_installationHome && _manager) {
+        _manager->addSearchPath(*_installationHome);
     }
 }
 

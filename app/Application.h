@@ -4,6 +4,7 @@
 #include "PlatformServices.h"
 #include "registry/CorvantaInstance.h"
 #include "registry/CorvantaManager.h"
+#include "registry/Installation.h"
 
 #include <QBasicTimer>
 #include <QObject>
@@ -35,7 +36,16 @@ public:
     // installation and the login-item identity hang off it.
     static QString defaultPackageRoot();
     QString packageRoot() const { return _packageRoot; }
-    void setPackageRoot(const QString &path) { _packageRoot = path; }
+    void setPackageRoot(const QString &path) {
+        _packageRoot = path;
+        _installationSources.packageRoot = path;
+    }
+    // Where setupGlobalEnvironment looks for the installation.
+    void setInstallationSources(InstallationSources sources) {
+        _installationSources = std::move(sources);
+    }
+    // The installation in use, once setupGlobalEnvironment found one.
+    const std::optional<QString> &installationHome() const { return _installationHome; }
     QUrl packageUrl() const { return QUrl::fromLocalFile(_packageRoot); }
 
     void openUrl(const QString &text);
@@ -89,6 +99,8 @@ private:
     int _menuTicksLeft = 0;
     MenuKeyEquivalents _keyEquivalents;
     QString _packageRoot;
+    InstallationSources _installationSources;
+    std::optional<QString> _installationHome;
     std::unique_ptr<TrayNotifier> _trayNotifier;
     Notifier *_notifier = nullptr;
     std::unique_ptr<StatusWatch> _statusWatch;

@@ -1,44 +1,22 @@
-#include "Application.h"
-#include "MessageBoxPrompt.h"
-#include "TerminationSignals.h"
-#include "platform/DBusNotifier.h"
-#include "platform/LinuxPlatform.h"
-#include "platform/SingleInstance.h"
+#include "CommandLine.h"
+#include "TrayMain.h"
 #include "platform/Translations.h"
 
-#include <QApplication>
-#include <QTimer>
-
-#include <cstdio>
-#include <memory>
+#include <QCoreApplication>
 
 int main(int argc, char *argv[]) {
-    QApplication qapp(argc, argv);
-    QApplication::setQuitOnLastWindowClosed(false);
-    installTranslations(qapp);
-
-    // A second launch (autostart and a click on the launcher, say) is not a
-    // failure: the monitor the user wants is running, so it says so and
-    // exits with status 0.
-    SingleInstance single;
-    if (!single.acquire()) {
-        const QByteArray line =
-            Application::tr("Corvanta Monitor is already running").toLocal8Bit();
-        std::fprintf(stderr, "%s\n", line.constData());
-        return 0;
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i) {
+        arguments.append(QString::fromLocal8Bit(argv[i]));
     }
-
-    QtDesktopOpener opener;
-    XdgAutostartList loginItems(XdgAutostartList::defaultDirectory(),
-                                QCoreApplication::applicationFilePath());
-    MessageBoxPrompt prompt;
-    auto application = std::make_unique<Application>(opener, loginItems, prompt);
-    DBusNotifier notifier;
-    notifier.setFallback(&application->trayNotifier());
-    application->setNotifier(&notifier);
-    QTimer::singleShot(0, application.get(), &Application::applicationDidFinishLaunching);
-    const TerminationSignals termination;
-    QApplication::exec();
-    application.reset();
-    return 0;
+    QCoreApplication::setApplicationName(QStringLiteral("corvanta-monitor"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(CORVANTA_VERSION));
+    const CommandLine commandLine = CommandLine::parse(arguments);
+    if (commandLine.action == CommandLine::Action::RunTray) {
+        return runTray(argc, argv, commandLine);
+    }
+    // Everything else runs without a display.
+    QCoreApplication app(argc, argv);
+    installTranslations(app);
+    return runCommandLine(commandLine);
 }

@@ -69,7 +69,7 @@ void systemLog(const QString &line) {
     (void)opened;
     const QByteArray utf8 = text.toUtf8();
     ::syslog(LOG_NOTICE, "%s", utf8.constData());
-    writeAll(STDERR_FILENO, utf8 + '\n');
+    writeAll(STDERR_FILENO, "corvanta-monitor: " + utf8 + '\n');
 }
 
 void setSystemLogSink(SystemLogSink newSink) {

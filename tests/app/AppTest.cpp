@@ -390,7 +390,9 @@ TEST_F(StatusMenu, ExportsTheInstallationFoundOrChangesNothing) {
         {"$/bin/odbc.ini/ $/bin/odbcinst.ini file", "CORVANTA_HOME=@/file PATH=/usr/bin",
          "CORVANTA_HOME=$\nODBCINSTINI=$/bin/odbcinst.ini\nPATH=$/bin:/usr/bin\nsearch $\n"},
         {"", "PATH=/usr/bin ODBCINI=/etc/odbc.ini",
-         "ODBCINI=/etc/odbc.ini\nPATH=/usr/bin\nlog Corvanta installation not found\n"},
+         "ODBCINI=/etc/odbc.ini\nPATH=/usr/bin\nlog Corvanta installation not found\n"
+         "Looked in: CORVANTA_HOME (unset), home= in @/monitor.ini (not set), $. Name the "
+         "installation with --home DIR, CORVANTA_HOME or corvanta-monitor --set-home DIR\n"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.env);
@@ -416,7 +418,10 @@ TEST_F(StatusMenu, ExportsTheInstallationFoundOrChangesNothing) {
                       }
                       QByteArray log;
                       setSystemLogSink([&](const QString &line) { log += line.toUtf8() + '\n'; });
-                      app.setPackageRoot(root.filePath(u"package"_s));
+                      app.setInstallationSources({std::nullopt,
+                                                  root.filePath(u"monitor.ini"_s),
+                                                  {},
+                                                  root.filePath(u"package"_s)});
                       manager() = std::make_unique<CorvantaManager>();
                       app.setupGlobalEnvironment();
                       const QStringList vars =

@@ -1,3 +1,4 @@
+#include "app/MonitorPreferences.h"
 #include "app/ServerTransitions.h"
 #include "app/StatusIcon.h"
 #include "app/StatusWatch.h"
@@ -77,6 +78,37 @@ TEST(ServerTransitions, OnlyEndsNobodyHereAskedForAreTold) {
     EXPECT_EQ(requestAfter(ServerRequest::Start, Running), ServerRequest::None);
     EXPECT_EQ(requestAfter(ServerRequest::Stop, Stopping), ServerRequest::Stop);
     EXPECT_EQ(requestAfter(ServerRequest::Start, Starting), ServerRequest::Start);
+}
+
+TEST(Preferences, NotificationsAreOnUnlessSetOff) {
+    QTemporaryDir tmp;
+    const QString file = tmp.filePath(u"monitor.ini"_s);
+    QStringList log;
+    setSystemLogSink([&](const QString &line) { log << line; });
+    const struct {
+        const char *content;
+        bool wanted;
+    } cases[] = {
+        {nullptr, true},
+        {"[monitor]\nnotifications=off\n", false},
+        {"[monitor]\nnotifications = Off\n", false},
+        {"[monitor]\nnotifications=on\n", true},
+        {"[other]\nnotifications=off\n", true},
+        {"[monitor]\nnotifications=maybe\n", true},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.content ? c.content : "no file");
+        QFile::remove(file);
+        if (c.content) {
+            QFile out(file);
+            ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+            out.write(c.content);
+        }
+        EXPECT_EQ(notificationsWanted(file), c.wanted);
+    }
+    setSystemLogSink({});
+    EXPECT_EQ(log, QStringList{file + u": notifications=maybe is neither on nor off; "
+                                      "notifications stay on"_s});
 }
 
 TEST(LogTail, LastLinesOfABoundedReadAndNothingFromOtherFiles) {
