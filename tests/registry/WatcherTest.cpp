@@ -16,11 +16,6 @@ bool eventsUntil(const std::function<bool()> &done) {
     return done();
 }
 
-// Neither running nor a zombie.
-bool gone(pid_t pid) {
-    return !QFile::exists(QString("/proc/%1").arg(pid));
-}
-
 int openDescriptors() {
     return int(QDir("/proc/self/fd").entryList(QDir::NoDotAndDotDot | QDir::System).size());
 }
@@ -50,59 +45,6 @@ protected:
     InstanceWatcher watcher;
     QList<qint32> seen;
 };
-
-// Started here, so the monitor is the parent: each end is learnt from the pidfd at once, the
-// child reaped by the record's own refresh, and its wait status kept.
-TEST_F(Watcher, OwnServerEndsAreSeenAndReapedWithoutPolling) {
-    const struct {
-        const char *name, *knob;  // a stand-in knob set to 1
-        bool reachesRunning;
-        int signal;  // sent once running (or stopping); 0: none
-        bool stopFirst;
-        int exitStatus;  // WEXITSTATUS, or -1 for killed by `signal`
-    } cases[] = {
-        {"killed", "CORVANTA_STANDIN_LOCK_DELAY_MS", true, SIGKILL, false, -1},
-        {"fails to start", "CORVANTA_STANDIN_EXIT_AT_ONCE", false, 0, false, 3},
-        {"stop that hangs", "CORVANTA_STANDIN_IGNORE_TERM", true, SIGKILL, true, -1},
-        {"stopped", "CORVANTA_STANDIN_LOCK_DELAY_MS", true, 0, true, 0},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        seen.clear();
-        ScopedEnv knob(c.knob, "1");
-        ASSERT_TRUE(record->startup());
-        const pid_t pid = record->pid();
-        server.pid = pid;
-        watcher.refreshNow(record);
-        if (c.reachesRunning) {
-            ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusRunning; }));
-            EXPECT_TRUE(watcher.watchesProcessOf(record.get()));
-        }
-        if (c.stopFirst) {
-            ASSERT_TRUE(record->shutdown());
-        }
-        if (c.stopFirst && c.signal != 0) {
-            // Ignoring signal 15, it stays stopping until killed.
-            watcher.refreshNow(record);
-            ASSERT_EQ(record->serverStatus(), ServerStatusStopping);
-        }
-        if (c.signal != 0)
-            ::kill(pid, c.signal);
-        ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusStopped; }));
-        EXPECT_TRUE(gone(pid));
-        server.pid = 0;
-        EXPECT_FALSE(watcher.watchesProcessOf(record.get()));
-        ASSERT_TRUE(record->lastExitStatus().has_value());
-        const int status = *record->lastExitStatus();
-        const bool asExpected = c.exitStatus < 0
-                                    ? WIFSIGNALED(status) && WTERMSIG(status) == c.signal
-                                    : WIFEXITED(status) && WEXITSTATUS(status) == c.exitStatus;
-        EXPECT_TRUE(asExpected) << status;
-        EXPECT_EQ(changes().last(), ServerStatusStopped);
-        QFile::remove(lock);  // a killed stand-in leaves it
-        record->refresh();
-    }
-}
 
 // A server of someone else's: learnt through its lock file appearing and vanishing.
 TEST_F(Watcher, ForeignServerIsLearntFromItsLockFile) {
