@@ -1,7 +1,10 @@
 #include "Application.h"
 
 #include "MenuPlacement.h"
+#include "MonitorPreferences.h"
 #include "StatusIcon.h"
+#include "StatusWatch.h"
+#include "TrayNotifier.h"
 #include "TrayWatch.h"
 #include "registry/Paths.h"
 
@@ -30,6 +33,7 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
     : QObject(parent),
       _packageRoot(defaultPackageRoot()),
       _installationSources(InstallationSources::standard(std::nullopt, _packageRoot)),
+      _trayNotifier(std::make_unique<TrayNotifier>()),
       _opener(opener),
       _loginItems(loginItems),
       _prompt(prompt) {}
@@ -37,6 +41,7 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
 Application::~Application() {
     // The menu first: hiding it on the way out still reports a close here.
     _menu.reset();
+    _statusWatch.reset();
     _trayWatch.reset();
     _manager.reset();
     _statusItem.reset();
@@ -73,15 +78,15 @@ bool Application::confirm(CorvantaInstance *instance, bool start) {
 
 void Application::startInstance(QAction *sender) {
     const CorvantaInstancePtr instance = sender->data().value<CorvantaInstancePtr>();
-    if (instance && confirm(instance.get(), true)) {
-        instance->startup();
+    if (instance && confirm(instance.get(), true) && instance->startup() && _statusWatch) {
+        _statusWatch->startRequested(instance);
     }
 }
 
 void Application::stopInstance(QAction *sender) {
     const CorvantaInstancePtr instance = sender->data().value<CorvantaInstancePtr>();
-    if (instance && confirm(instance.get(), false)) {
-        instance->shutdown();
+    if (instance && confirm(instance.get(), false) && instance->shutdown() && _statusWatch) {
+        _statusWatch->stopRequested(instance);
     }
 }
 
@@ -163,6 +168,34 @@ void Application::menuWillOpen(QMenu *menu) {
     // while the menu is open. The filter adds Ctrl+Q.
     quit->setShortcut(QKeySequence(Qt::Key_Q));
     _keyEquivalents.assign(Qt::Key_Q, quit);
+    watchStatus(instances);
+}
+
+// Between openings the instances this one found are watched by kernel
+// events; the first opening starts it, so nothing is scanned at launch.
+void Application::watchStatus(const QList<CorvantaInstancePtr> &instances) {
+    if (!_statusWatch) {
+        const auto confirmAction = [this](const QString &message, const QString &informative,
+                                          const QString &button) {
+            _inModalDialog = true;
+            const auto done = qScopeGuard([this] { _inModalDialog = false; });
+            return _prompt.runModal(message, informative, button, tr("Cancel")) ==
+                   AlertFirstButtonReturn;
+        };
+        _statusWatch = std::make_unique<StatusWatch>(_notifier ? *_notifier : trayNotifier(),
+                                                     _opener, confirmAction);
+        connect(_statusWatch.get(), &StatusWatch::iconStateChanged, this, [this](IconState state) {
+            if (_statusItem) {
+                _statusItem->setIcon(makeStatusIcon(state));
+            }
+        });
+    }
+    _statusWatch->setNotificationsEnabled(notificationsWanted());
+    _statusWatch->instancesListed(instances, _defaultInstance);
+}
+
+Notifier &Application::trayNotifier() {
+    return *_trayNotifier;
 }
 
 void Application::menuDidClose(QMenu * /*menu*/) {
@@ -244,7 +277,8 @@ void Application::applicationDidFinishLaunching() {
     _manager = std::make_unique<CorvantaManager>();
     setupGlobalEnvironment();
 
-    _statusItem = std::make_unique<QSystemTrayIcon>(makeStatusIcon());
+    _statusItem = std::make_unique<QSystemTrayIcon>(makeStatusIcon(IconState::Unknown));
+    _trayNotifier->setIcon(_statusItem.get());
     _menu = createMenu();
     _statusItem->setContextMenu(_menu.get());
     connect(_statusItem.get(), &QSystemTrayIcon::activated, this,

@@ -18,6 +18,9 @@
 class QAction;
 class QMenu;
 class QStyle;
+class QSystemTrayIcon;
+class StatusWatch;
+class TrayNotifier;
 class TrayWatch;
 
 // The tray front end: the status item, its menu (rebuilt at every opening and
@@ -64,6 +67,12 @@ public:
     void setupGlobalEnvironment();
     void toggleStartAtLogin(QAction *sender);
 
+    // Where notifications go; the tray's balloon messages until set.
+    void setNotifier(Notifier *notifier) { _notifier = notifier; }
+    Notifier &trayNotifier();
+    // Null until the menu's first opening.
+    StatusWatch *statusWatch() const { return _statusWatch.get(); }
+
     static bool willStartAtLogin(const QUrl &url, LoginItemList &list);
     // The entry added starts the program with arguments.
     static void setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &list,
@@ -81,6 +90,7 @@ private:
     void statusItemActivated(QSystemTrayIcon::ActivationReason reason);
     void showMenuAtIcon();
     QStringList loginArguments() const;
+    void watchStatus(const QList<CorvantaInstancePtr> &instances);
 
     std::unique_ptr<CorvantaManager> _manager;
     std::unique_ptr<QSystemTrayIcon> _statusItem;
@@ -100,6 +110,9 @@ private:
     QString _packageRoot;
     InstallationSources _installationSources;
     std::optional<QString> _installationHome;
+    std::unique_ptr<TrayNotifier> _trayNotifier;
+    Notifier *_notifier = nullptr;
+    std::unique_ptr<StatusWatch> _statusWatch;
     DesktopOpener &_opener;
     LoginItemList &_loginItems;
     ConfirmationPrompt &_prompt;

@@ -5,6 +5,7 @@
 #include <QStringList>
 #include <QUrl>
 
+#include <functional>
 #include <optional>
 
 // Desktop services the front end needs, behind small interfaces so that tests
@@ -50,3 +51,19 @@ public:
 };
 
 constexpr int AlertFirstButtonReturn = 1000;
+
+// One action a notification offers: the key it is reported by, and its label.
+struct NotificationAction {
+    QString key;
+    QString label;
+};
+
+// The desktop's notifications. Shows without waiting; `onAction` runs on the
+// main thread with the key of the action the user chose, if any.
+class Notifier {
+public:
+    virtual ~Notifier() = default;
+    virtual void notify(const QString &title, const QString &body,
+                        const QList<NotificationAction> &actions,
+                        std::function<void(const QString &key)> onAction) = 0;
+};

@@ -20,7 +20,7 @@ test=(
     qt6-svg-dev
     libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libinih-dev
     clang clang-format libclang-rt-14-dev
-    strace stress openbox
+    strace stress openbox dbus-daemon
     dpkg-dev lintian desktop-file-utils appstream
 )
 

@@ -2,6 +2,7 @@
 #include "app/MenuPlacement.h"
 #include "app/MessageBoxPrompt.h"
 #include "app/StatusIcon.h"
+#include "app/StatusWatch.h"
 #include "app/TrayWatch.h"
 #include "registry/SystemLog.h"
 
@@ -410,6 +411,22 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
         QString::fromUtf8(CORVANTA_STANDIN)) {
         ::kill(server, SIGKILL);
     }
+}
+
+// Nothing is watched before the first opening; afterwards the icon follows the default
+// instance by file events, with the menu closed and unchanged.
+TEST_F(StatusMenu, StatusWatchStartsAtTheFirstOpeningAndFollowsTheDefault) {
+    const QString dir = addInstance(u"database"_s);
+    EXPECT_EQ(app.statusWatch(), nullptr);
+    const QString shown = open();
+    menu->hide();
+    ASSERT_NE(app.statusWatch(), nullptr);
+    EXPECT_EQ(app.statusWatch()->iconState(), IconState::Stopped);
+    writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return app.statusWatch()->iconState() == IconState::Running; }, 10000));
+    EXPECT_FALSE(timerRunning());
+    EXPECT_EQ(describe(*menu), shown);
 }
 
 TEST_F(StatusMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {
