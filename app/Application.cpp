@@ -1,16 +1,23 @@
 #include "Application.h"
 
+#include "MenuPlacement.h"
+#include "MonitorPreferences.h"
 #include "StatusIcon.h"
+#include "StatusWatch.h"
+#include "TrayNotifier.h"
 #include "TrayWatch.h"
 #include "registry/Paths.h"
 
 #include <QAction>
-#include <QCoreApplication>
+#include <QApplication>
 #include <QCursor>
 #include <QMenu>
 #include <QScopeGuard>
-#include <QSystemTrayIcon>
+#include <QScreen>
+#include <QStyle>
 #include <QTimerEvent>
+
+#include <utility>
 
 namespace {
 
@@ -26,6 +33,7 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
     : QObject(parent),
       _packageRoot(defaultPackageRoot()),
       _installationSources(InstallationSources::standard(std::nullopt, _packageRoot)),
+      _trayNotifier(std::make_unique<TrayNotifier>()),
       _opener(opener),
       _loginItems(loginItems),
       _prompt(prompt) {}
@@ -33,6 +41,7 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
 Application::~Application() {
     // The menu first: hiding it on the way out still reports a close here.
     _menu.reset();
+    _statusWatch.reset();
     _trayWatch.reset();
     _manager.reset();
     _statusItem.reset();
@@ -69,24 +78,32 @@ bool Application::confirm(CorvantaInstance *instance, bool start) {
 
 void Application::startInstance(QAction *sender) {
     const CorvantaInstancePtr instance = sender->data().value<CorvantaInstancePtr>();
-    if (instance && confirm(instance.get(), true)) {
-        instance->startup();
+    if (instance && confirm(instance.get(), true) && instance->startup() && _statusWatch) {
+        _statusWatch->startRequested(instance);
     }
 }
 
 void Application::stopInstance(QAction *sender) {
     const CorvantaInstancePtr instance = sender->data().value<CorvantaInstancePtr>();
-    if (instance && confirm(instance.get(), false)) {
-        instance->shutdown();
+    if (instance && confirm(instance.get(), false) && instance->shutdown() && _statusWatch) {
+        _statusWatch->stopRequested(instance);
     }
 }
 
 std::unique_ptr<QMenu> Application::createMenu() {
     auto menu = std::make_unique<QMenu>();
     QMenu *raw = menu.get();
-    connect(raw, &QMenu::aboutToShow, this, [this, raw] { menuWillOpen(raw); });
+    connect(raw, &QMenu::aboutToShow, this, [this, raw] {
+        if (!std::exchange(_menuBuiltForPopup, false)) {
+            menuWillOpen(raw);
+        }
+    });
     connect(raw, &QMenu::aboutToHide, this, [this, raw] { menuDidClose(raw); });
     raw->installEventFilter(&_keyEquivalents);
+    if (!_menuStyle) {
+        _menuStyle.reset(makeScrollableMenuStyle());
+    }
+    raw->setStyle(_menuStyle.get());
     return menu;
 }
 
@@ -137,12 +154,43 @@ void Application::menuWillOpen(QMenu *menu) {
     menu->addSeparator();
     QAction *login = menu->addAction(tr("Start Corvanta Monitor at Login"));
     login->setCheckable(true);
-    login->setChecked(willStartAtLogin(packageUrl(), _loginItems));
+    login->setChecked(willStartAtLogin(programUrl(), _loginItems));
     connect(login, &QAction::triggered, this, [this, login] { toggleStartAtLogin(login); });
 
     QAction *quit = menu->addAction(tr("Quit Corvanta Monitor"));
     connect(quit, &QAction::triggered, this, [] { QCoreApplication::quit(); });
+    // Shown beside the title; as a window shortcut of the menu it acts only
+    // while the menu is open. The filter adds Ctrl+Q.
+    quit->setShortcut(QKeySequence(Qt::Key_Q));
     _keyEquivalents.assign(Qt::Key_Q, quit);
+    watchStatus(instances);
+}
+
+// Between openings the instances this one found are watched by kernel
+// events; the first opening starts it, so nothing is scanned at launch.
+void Application::watchStatus(const QList<CorvantaInstancePtr> &instances) {
+    if (!_statusWatch) {
+        const auto confirmAction = [this](const QString &message, const QString &informative,
+                                          const QString &button) {
+            _inModalDialog = true;
+            const auto done = qScopeGuard([this] { _inModalDialog = false; });
+            return _prompt.runModal(message, informative, button, tr("Cancel")) ==
+                   AlertFirstButtonReturn;
+        };
+        _statusWatch = std::make_unique<StatusWatch>(_notifier ? *_notifier : trayNotifier(),
+                                                     _opener, confirmAction);
+        connect(_statusWatch.get(), &StatusWatch::iconStateChanged, this, [this](IconState state) {
+            if (_statusItem) {
+                _statusItem->setIcon(makeStatusIcon(state));
+            }
+        });
+    }
+    _statusWatch->setNotificationsEnabled(notificationsWanted());
+    _statusWatch->instancesListed(instances, _defaultInstance);
+}
+
+Notifier &Application::trayNotifier() {
+    return *_trayNotifier;
 }
 
 void Application::menuDidClose(QMenu * /*menu*/) {
@@ -224,16 +272,12 @@ void Application::applicationDidFinishLaunching() {
     _manager = std::make_unique<CorvantaManager>();
     setupGlobalEnvironment();
 
-    _statusItem = std::make_unique<QSystemTrayIcon>(makeStatusIcon());
+    _statusItem = std::make_unique<QSystemTrayIcon>(makeStatusIcon(IconState::Unknown));
+    _trayNotifier->setIcon(_statusItem.get());
     _menu = createMenu();
     _statusItem->setContextMenu(_menu.get());
-    // The one menu answers both buttons, as a menu-bar item would.
     connect(_statusItem.get(), &QSystemTrayIcon::activated, this,
-            [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger) {
-                    showMenuAtCursor();
-                }
-            });
+            &Application::statusItemActivated);
     _statusItem->setToolTip(tr("Nordelix Corvanta"));
 
     _trayWatch = std::make_unique<TrayWatch>(*_statusItem);
@@ -264,8 +308,44 @@ void Application::stopMenuUpdateTimer() {
     _menuUpdateTarget = nullptr;
 }
 
-void Application::showMenuAtCursor() {
-    if (_menu && !_menu->isVisible()) {
-        _menu->popup(QCursor::pos());
+void Application::statusItemActivated(QSystemTrayIcon::ActivationReason reason) {
+    // A click while a confirmation waits is meant for it: the dialog comes to
+    // the front, and the menu stays as it was.
+    if (_inModalDialog) {
+        if (QWidget *dialog = QApplication::activeModalWidget()) {
+            dialog->raise();
+            dialog->activateWindow();
+        }
+        return;
     }
+    // The one menu answers both buttons, as a menu-bar item would.
+    if (reason == QSystemTrayIcon::Trigger) {
+        showMenuAtIcon();
+    }
+}
+
+void Application::showMenuAtIcon() {
+    if (!_menu || _menu->isVisible()) {
+        return;
+    }
+    // Built before it is shown, so that it is placed with its final size.
+    menuWillOpen(_menu.get());
+    const QRect icon = _statusItem ? _statusItem->geometry() : QRect();
+    const QPoint pointer = QCursor::pos();
+    QScreen *screen = QGuiApplication::screenAt(icon.isEmpty() ? pointer : icon.center());
+    if (!screen) {
+        screen = QGuiApplication::primaryScreen();
+    }
+    _menu->ensurePolished();
+    const QSize size = _menu->sizeHint();
+    const QRect place = screen ? trayMenuGeometry(icon, pointer, size, screen->availableGeometry())
+                               : QRect(pointer, size);
+    _menuBuiltForPopup = true;
+    _menu->popup(place.topLeft());
+    // Qt lets a tall menu take the whole screen height, over the panel; it
+    // gets the room beside the icon instead and scrolls within it.
+    if (_menu->geometry() != place) {
+        _menu->setGeometry(place);
+    }
+    _menuBuiltForPopup = false;
 }

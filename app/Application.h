@@ -10,13 +10,17 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QSystemTrayIcon>
 #include <QUrl>
 
 #include <memory>
 
 class QAction;
 class QMenu;
+class QStyle;
 class QSystemTrayIcon;
+class StatusWatch;
+class TrayNotifier;
 class TrayWatch;
 
 // The tray front end: the status item, its menu (rebuilt at every opening and
@@ -31,7 +35,7 @@ public:
     ~Application() override;
 
     // The directory above the one holding the executable; the fallback
-    // installation and the login-item identity hang off it.
+    // installation hangs off it.
     static QString defaultPackageRoot();
     QString packageRoot() const { return _packageRoot; }
     void setPackageRoot(const QString &path) {
@@ -44,7 +48,8 @@ public:
     }
     // The installation in use, once setupGlobalEnvironment found one.
     const std::optional<QString> &installationHome() const { return _installationHome; }
-    QUrl packageUrl() const { return QUrl::fromLocalFile(_packageRoot); }
+    // The login-item identity: the file URL of the executable's canonical path.
+    static QUrl programUrl();
 
     void openUrl(const QString &text);
     bool confirm(CorvantaInstance *instance, bool start);
@@ -62,8 +67,16 @@ public:
     void setupGlobalEnvironment();
     void toggleStartAtLogin(QAction *sender);
 
+    // Where notifications go; the tray's balloon messages until set.
+    void setNotifier(Notifier *notifier) { _notifier = notifier; }
+    Notifier &trayNotifier();
+    // Null until the menu's first opening.
+    StatusWatch *statusWatch() const { return _statusWatch.get(); }
+
     static bool willStartAtLogin(const QUrl &url, LoginItemList &list);
-    static void setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &list);
+    // The entry added starts the program with arguments.
+    static void setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &list,
+                                const QStringList &arguments = {});
 
     static constexpr int MenuUpdateIntervalMs = 500;
     // Upper bound on one opening's refresh ticks (ten minutes), see menuTimerFired.
@@ -74,7 +87,10 @@ protected:
 
 private:
     void stopMenuUpdateTimer();
-    void showMenuAtCursor();
+    void statusItemActivated(QSystemTrayIcon::ActivationReason reason);
+    void showMenuAtIcon();
+    QStringList loginArguments() const;
+    void watchStatus(const QList<CorvantaInstancePtr> &instances);
 
     std::unique_ptr<CorvantaManager> _manager;
     std::unique_ptr<QSystemTrayIcon> _statusItem;
@@ -84,7 +100,9 @@ private:
     bool _inModalDialog = false;
     CorvantaInstancePtr _defaultInstance;
 
+    std::unique_ptr<QStyle> _menuStyle;  // outlives the menus using it
     std::unique_ptr<QMenu> _menu;
+    bool _menuBuiltForPopup = false;  // showMenuAtIcon built it before placing it
     std::unique_ptr<TrayWatch> _trayWatch;
     QPointer<QMenu> _menuUpdateTarget;  // the timer's menu, as long as it lives
     int _menuTicksLeft = 0;
@@ -92,6 +110,9 @@ private:
     QString _packageRoot;
     InstallationSources _installationSources;
     std::optional<QString> _installationHome;
+    std::unique_ptr<TrayNotifier> _trayNotifier;
+    Notifier *_notifier = nullptr;
+    std::unique_ptr<StatusWatch> _statusWatch;
     DesktopOpener &_opener;
     LoginItemList &_loginItems;
     ConfirmationPrompt &_prompt;

@@ -1,39 +1,125 @@
 #include "StatusIcon.h"
 
 #include <QPainter>
+#include <QPainterPath>
 #include <QPen>
 
 #include <algorithm>
+#include <cmath>
 
-QPixmap drawStatusIcon(int size) {
-    QPixmap pixmap(size, size);
+namespace {
+
+const QColor kDisc(0x26, 0x32, 0x3c);
+const QColor kRim(0xe8, 0xe8, 0xe8);
+
+QColor badgeColour(IconState state) {
+    switch (state) {
+        case IconState::Running:
+            return QColor(0x3e, 0xd0, 0x70);
+        case IconState::Stopped:
+            return QColor(0xff, 0x6b, 0x6b);
+        case IconState::Transition:
+            return QColor(0xff, 0xc1, 0x3d);
+        case IconState::Unknown:
+            break;
+    }
+    return QColor(0xd8, 0xd8, 0xd8);
+}
+
+void drawBadge(QPainter &painter, const QRectF &area, IconState state, bool monochrome) {
+    const qreal size = area.width();
+    const qreal rim = std::max(1.0, size / 9.0);
+    painter.setPen(QPen(kRim, rim));
+    painter.setBrush(kDisc);
+    painter.drawEllipse(area.adjusted(rim / 2, rim / 2, -rim / 2, -rim / 2));
+
+    const QColor ink = monochrome ? QColor(Qt::white) : badgeColour(state);
+    const qreal pad = rim + size * (size < 12 ? 0.04 : 0.1);
+    const QRectF inner = area.adjusted(pad, pad, -pad, -pad);
+    const qreal line = std::max(1.25, size / 6.0);
+    const QRectF ring = inner.adjusted(line / 2, line / 2, -line / 2, -line / 2);
+    switch (state) {
+        case IconState::Running:
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(ink);
+            painter.drawEllipse(inner);
+            break;
+        case IconState::Stopped:
+            painter.setPen(QPen(ink, line));
+            painter.setBrush(Qt::NoBrush);
+            painter.drawEllipse(ring);
+            break;
+        case IconState::Transition:
+            painter.setPen(QPen(ink, line));
+            painter.setBrush(Qt::NoBrush);
+            painter.drawEllipse(ring);
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(ink);
+            painter.drawPie(inner, 90 * 16, 180 * 16);
+            break;
+        case IconState::Unknown: {
+            // A question mark: a hook, a short stem and a dot.
+            QPen pen(ink, line);
+            pen.setCapStyle(Qt::RoundCap);
+            painter.setPen(pen);
+            painter.setBrush(Qt::NoBrush);
+            const qreal w = inner.width();
+            const QRectF hook(inner.left() + w * 0.2, inner.top(), w * 0.6, w * 0.5);
+            QPainterPath path;
+            path.arcMoveTo(hook, 180);
+            path.arcTo(hook, 180, -270);
+            path.lineTo(hook.center().x(), inner.top() + w * 0.68);
+            painter.drawPath(path);
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(ink);
+            const qreal dot = line * 1.1;
+            painter.drawEllipse(QPointF(hook.center().x(), inner.bottom() - dot / 2), dot / 2,
+                                dot / 2);
+            break;
+        }
+    }
+}
+
+}  // namespace
+
+QPixmap drawStatusIcon(int size, IconState state, qreal devicePixelRatio, bool monochrome) {
+    QPixmap pixmap(qRound(size * devicePixelRatio), qRound(size * devicePixelRatio));
+    pixmap.setDevicePixelRatio(devicePixelRatio);
     pixmap.fill(Qt::transparent);
     QPainter painter(&pixmap);
     painter.setRenderHint(QPainter::Antialiasing);
 
     const qreal rim = std::max(1.0, size / 16.0);
     const QRectF disc = QRectF(0, 0, size, size).adjusted(rim / 2, rim / 2, -rim / 2, -rim / 2);
-    painter.setPen(QPen(QColor(0xe8, 0xe8, 0xe8), rim));
-    painter.setBrush(QColor(0x26, 0x32, 0x3c));
+    painter.setPen(QPen(kRim, rim));
+    painter.setBrush(kDisc);
     painter.drawEllipse(disc);
 
-    // The letter: an open ring, its gap to the right.
+    // The letter: an open ring, its gap to the right, drawn a little up and
+    // left so the badge does not cover it.
     const qreal stroke = std::max(1.5, size / 7.0);
-    const qreal inset = size * 0.27;
-    const QRectF ring = QRectF(0, 0, size, size).adjusted(inset, inset, -inset, -inset);
+    const qreal inset = size * 0.24;
+    const QRectF ring = QRectF(0, 0, size, size)
+                            .adjusted(inset, inset, -inset, -inset)
+                            .translated(-size * 0.06, -size * 0.06);
     QPen letter(Qt::white, stroke);
     letter.setCapStyle(Qt::FlatCap);
     painter.setPen(letter);
     painter.setBrush(Qt::NoBrush);
     constexpr int gapDegrees = 80;
     painter.drawArc(ring, (gapDegrees / 2) * 16, (360 - gapDegrees) * 16);
+
+    // Small icons get a larger share for the badge, so its shape stays legible.
+    const qreal badge = std::round(size * (size <= 24 ? 0.66 : 0.56));
+    drawBadge(painter, QRectF(size - badge, size - badge, badge, badge), state, monochrome);
     return pixmap;
 }
 
-QIcon makeStatusIcon() {
+QIcon makeStatusIcon(IconState state) {
     QIcon icon;
     for (const int size : {16, 22, 24, 32, 48, 64, 128}) {
-        icon.addPixmap(drawStatusIcon(size));
+        icon.addPixmap(drawStatusIcon(size, state));
+        icon.addPixmap(drawStatusIcon(size, state, 2));
     }
     return icon;
 }

@@ -4,6 +4,7 @@
 #include "CommandLine.h"
 #include "MessageBoxPrompt.h"
 #include "TerminationSignals.h"
+#include "platform/DBusNotifier.h"
 #include "platform/LinuxPlatform.h"
 #include "platform/SingleInstance.h"
 #include "platform/Translations.h"
@@ -93,6 +94,9 @@ int runTray(int &argc, char **argv, const CommandLine &commandLine) {
                                 QCoreApplication::applicationFilePath());
     MessageBoxPrompt prompt;
     auto application = std::make_unique<Application>(opener, loginItems, prompt);
+    DBusNotifier notifier;
+    notifier.setFallback(&application->trayNotifier());
+    application->setNotifier(&notifier);
     application->setInstallationSources(
         InstallationSources::standard(commandLine.home, Application::defaultPackageRoot()));
     QTimer::singleShot(0, application.get(), &Application::applicationDidFinishLaunching);

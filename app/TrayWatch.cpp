@@ -1,9 +1,9 @@
 #include "TrayWatch.h"
 
-#include "registry/SystemLog.h"
-
 #include <QSystemTrayIcon>
 #include <QTimerEvent>
+
+#include <cstdio>
 
 TrayWatch::TrayWatch(QSystemTrayIcon &icon, Probe trayAvailable, std::chrono::milliseconds interval)
     : _icon(icon), _trayAvailable(std::move(trayAvailable)), _interval(interval) {}
@@ -19,7 +19,14 @@ void TrayWatch::start() {
     if (_trayAvailable()) {
         return;
     }
-    systemLog(QStringLiteral("No system tray available; the status icon appears when one starts"));
+    // Said at once and on the terminal: a desktop without a tray otherwise
+    // looks as if the program did nothing at all.
+    const QByteArray line = tr("No system tray found; the \"C\" icon appears once one runs. "
+                               "On GNOME Shell install a tray extension "
+                               "(gnome-shell-extension-appindicator), elsewhere a tray host "
+                               "such as trayer or stalonetray.")
+                                .toLocal8Bit();
+    std::fprintf(stderr, "corvanta-monitor: %s\n", line.constData());
     _poll.start(int(_interval.count()), Qt::VeryCoarseTimer, this);
 }
 

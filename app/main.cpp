@@ -3,6 +3,7 @@
 #include "platform/Translations.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
 
 int main(int argc, char *argv[]) {
     QStringList arguments;
@@ -11,6 +12,7 @@ int main(int argc, char *argv[]) {
     }
     QCoreApplication::setApplicationName(QStringLiteral("corvanta-monitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVANTA_VERSION));
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.nordelix.CorvantaMonitor"));
     const CommandLine commandLine = CommandLine::parse(arguments);
     if (commandLine.action == CommandLine::Action::RunTray) {
         return runTray(argc, argv, commandLine);

@@ -44,6 +44,22 @@ cp -R "$here/installation/." "$demo/"
 cp "$standin" "$demo/bin/.corvanta.new"
 mv -f "$demo/bin/.corvanta.new" "$demo/bin/corvanta"
 
+# Crops an image of the whole screen to the given windows and a small margin.
+crop_to_windows() {
+    local image=$1 left=100000 top=100000 right=0 bottom=0 id X Y WIDTH HEIGHT
+    shift
+    for id in "$@"; do
+        eval "$(xdotool getwindowgeometry --shell "$id")"
+        ((X < left)) && left=$X
+        ((Y < top)) && top=$Y
+        ((X + WIDTH > right)) && right=$((X + WIDTH))
+        ((Y + HEIGHT > bottom)) && bottom=$((Y + HEIGHT))
+    done
+    ((right > left)) || return 0
+    left=$((left > 8 ? left - 8 : 0)) top=$((top > 8 ? top - 8 : 0))
+    convert "$image" -crop "$((right - left + 8))x$((bottom - top + 8))+$left+$top" +repage "$image"
+}
+
 if ((headless)); then
     work=$(mktemp -d "${TMPDIR:-/tmp}/corvanta-demo.XXXXXX")
     # shellcheck source=../tests/e2e/xsession.sh
@@ -57,6 +73,8 @@ if ((headless)); then
     xs_wait 10 xs_tray_icon >/dev/null || { echo "The tray icon did not appear; see $work" >&2; exit 1; }
     xs_open_menu
     xs_screenshot menu
+    crop_to_windows "$work/screenshots/menu.png" "$(xs_tray_icon)" \
+        $(xdotool search --maxdepth 1 --onlyvisible --class '^corvanta-monitor$')
     echo "The monitor's menu on a private X server: $work/screenshots/menu.png"
     exit 0
 fi

@@ -6,6 +6,7 @@
 #include "SystemLog.h"
 #include "cfg/cfg.h"
 
+#include <QList>
 #include <QMap>
 #include <QStringDecoder>
 
@@ -20,6 +21,36 @@ namespace {
 
 const QString kConfigName = QStringLiteral("corvanta.ini");
 const QString kServerName = QStringLiteral("corvanta");
+
+// The wait statuses of reaped children, by pid, until the record of that pid
+// asks: the probe reaps whichever child ended, often on behalf of another
+// record. Bounded; the oldest go first.
+constexpr qsizetype kReapedLimit = 64;
+QList<std::pair<qint32, int>> &reapedChildren() {
+    static QList<std::pair<qint32, int>> reaped;
+    return reaped;
+}
+
+void rememberReaped(qint32 pid, int status) {
+    QList<std::pair<qint32, int>> &reaped = reapedChildren();
+    reaped.removeIf([pid](const auto &entry) { return entry.first == pid; });
+    if (reaped.size() >= kReapedLimit) {
+        reaped.removeFirst();
+    }
+    reaped.append({pid, status});
+}
+
+std::optional<int> takeReaped(qint32 pid) {
+    QList<std::pair<qint32, int>> &reaped = reapedChildren();
+    for (qsizetype i = 0; i < reaped.size(); ++i) {
+        if (reaped[i].first == pid) {
+            const int status = reaped[i].second;
+            reaped.removeAt(i);
+            return status;
+        }
+    }
+    return std::nullopt;
+}
 
 // A configuration this large is not a server's: it is not handed to the
 // parser (which reads whole files) and the defaults apply.
@@ -120,7 +151,11 @@ bool CorvantaInstance::isRunning(qint32 pid) const {
         return false;
     }
     int status = 0;
-    if (::waitpid(-1, &status, WNOHANG) == pid) {
+    const pid_t reaped = ::waitpid(-1, &status, WNOHANG);
+    if (reaped > 0) {
+        rememberReaped(reaped, status);
+    }
+    if (reaped == pid) {
         return false;
     }
     return ::kill(pid, 0) == 0;
@@ -145,6 +180,7 @@ QString CorvantaInstance::qualify(const std::optional<QString> &value,
 }
 
 void CorvantaInstance::refresh() {
+    const qint32 known = _pid;
     if (_pid != 0 && isRunning(_pid)) {
         if (_serverStatus == ServerStatusStopping) {
             return;
@@ -164,6 +200,12 @@ void CorvantaInstance::refresh() {
         }
         setStatus(ServerStatusRunning);
         return;
+    }
+    // The known process has ended; if it was our child, its status is known.
+    if (known != 0) {
+        if (const std::optional<int> status = takeReaped(known)) {
+            _lastExitStatus = status;
+        }
     }
     _pid = pidValueFromLockFile();
     if (_pid != 0) {
@@ -271,6 +313,7 @@ bool CorvantaInstance::startup() {
         systemLog(QStringLiteral("corvanta executable not found"));
         return false;
     }
+    _lastExitStatus.reset();
     _pid = launchExecutable(executable, {kServerName, QStringLiteral("-f")}, _path);
     if (_pid == 0) {
         return false;

@@ -45,12 +45,19 @@ public:
     qint32 serverStatus() const { return _serverStatus; }
     // The server's process id as last known; 0 for none.
     qint32 pid() const { return _pid; }
+    // The lock file's path once the configuration has been read.
+    std::optional<QString> lockFile() const { return _lckFile; }
+    // The wait status (as waitpid gives it) of the last server this record
+    // saw end, when the monitor was its parent and reaped it; cleared by a
+    // new start.
+    std::optional<int> lastExitStatus() const { return _lastExitStatus; }
 
 private:
     QString _path;
     std::optional<QString> _lckFile;
     std::optional<QString> _logFile;
     qint32 _pid = 0;
+    std::optional<int> _lastExitStatus;
     std::optional<struct timespec> _cacheTime;
     bool _isDefault = false;
     qint32 _entryStatus = EntryStatusNew;

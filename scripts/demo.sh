@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# Sets everything up, copies the demo installation to a writable place and
-# runs the monitor on it.
+# Sets up what the demo needs (and nothing for tests or benchmarks), builds
+# only the monitor and the stand-in server, copies the demo installation to a
+# writable place and runs the monitor on it. Extra arguments go to
+# examples/run-demo.sh before the build directory (e.g. --headless).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-"$root/scripts/deps.sh"
-export BUILD_DIR=${BUILD_DIR:-$root/build}
-"$root/scripts/build.sh"
-monitor=$BUILD_DIR/bin/corvanta-monitor
-if [[ ! -x $monitor ]]; then
-    echo "Everything is built; the tray monitor itself is not part of this tree yet." >&2
-    exit 0
-fi
-exec "$root/examples/run-demo.sh" "$BUILD_DIR"
+kind=demo
+[[ ${1:-} == --headless ]] && kind=headless
+"$root/scripts/deps.sh" "$kind"
+build=${BUILD_DIR:-$root/build-demo}
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=${BUILD_TYPE:-RelWithDebInfo} \
+    -DCORVANTA_TESTS=OFF -DCORVANTA_BENCH=OFF >/dev/null
+cmake --build "$build" -j "$(nproc)" --target corvanta-monitor corvanta
+exec "$root/examples/run-demo.sh" "$@" "$build"

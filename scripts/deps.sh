@@ -1,15 +1,38 @@
 #!/usr/bin/env bash
-# Installs the Debian 12 packages the build, the tests and the demo need;
-# does nothing when all are present. Uses sudo only when not root.
+# Installs the Debian 12 packages a task needs; does nothing when all are
+# present. Uses sudo only when not root.
+#
+# Usage: scripts/deps.sh [demo|headless|test]   (default: test)
+#   demo      building and running the monitor and the stand-in server
+#   headless  demo, plus a private X server with a tray host for screenshots
+#   test      everything: demo, headless, the tests, benchmarks, fuzzing, and
+#             load and a window manager for checks by hand
 set -euo pipefail
 
-packages=(
+demo=(
     build-essential cmake ninja-build pkg-config
-    qt6-base-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools qt6-svg-dev libgl-dev
+    qt6-base-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools libgl-dev
+)
+headless=(
+    xvfb xauth xdotool trayer x11-utils imagemagick
+)
+test=(
+    qt6-svg-dev
     libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libinih-dev
     clang clang-format libclang-rt-14-dev
-    xvfb xauth xdotool trayer x11-utils imagemagick strace
+    strace stress openbox dbus-daemon
+    dpkg-dev lintian desktop-file-utils appstream
 )
+
+case ${1:-test} in
+    demo) packages=("${demo[@]}") ;;
+    headless) packages=("${demo[@]}" "${headless[@]}") ;;
+    test) packages=("${demo[@]}" "${headless[@]}" "${test[@]}") ;;
+    *)
+        sed -n '5,9p' "$0" | sed 's/^# //' >&2
+        exit 2
+        ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do

@@ -6,6 +6,8 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
 "$root/scripts/deps.sh"
 build=$root/build-fuzz
+# Findings end the run even where a sanitizer would carry on by default.
+export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 ASAN_OPTIONS=abort_on_error=1
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCORVANTA_FUZZ=ON -DCORVANTA_TESTS=OFF -DCORVANTA_BENCH=OFF -DCORVANTA_GUI=OFF \
     -DCORVANTA_WERROR=ON >/dev/null

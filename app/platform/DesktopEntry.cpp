@@ -1,5 +1,7 @@
 #include "DesktopEntry.h"
 
+#include <algorithm>
+
 namespace desktop_entry {
 namespace {
 
@@ -205,6 +207,15 @@ std::string quoteExecArgument(std::string_view argument) {
     }
     out += '"';
     return out;
+}
+
+std::string execArgument(std::string_view argument) {
+    const bool plain =
+        !argument.empty() && std::all_of(argument.begin(), argument.end(), [](char c) {
+            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                   std::string_view("/._-+,:@=").find(c) != std::string_view::npos;
+        });
+    return plain ? std::string(argument) : quoteExecArgument(argument);
 }
 
 std::optional<std::string> program(const Entry &entry) {

@@ -40,6 +40,9 @@ std::optional<std::vector<std::string>> splitExec(std::string_view exec);
 // One Exec argument in double quotes with its specials escaped and "%"
 // doubled, before escapeValue().
 std::string quoteExecArgument(std::string_view argument);
+// The argument as written, when it holds nothing that needs quoting;
+// quoteExecArgument() otherwise.
+std::string execArgument(std::string_view argument);
 
 // The program an entry runs: the first Exec argument, fully decoded.
 std::optional<std::string> program(const Entry &entry);

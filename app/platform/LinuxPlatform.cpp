@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
@@ -67,9 +68,8 @@ std::optional<std::string> readSmallFile(const QString &path) {
     return text;
 }
 
-// The package root of the program an entry starts, whether or not the entry
-// is switched off.
-std::optional<QUrl> entryProgramRoot(const QString &path, bool *switchedOff) {
+// The program an entry starts, whether or not the entry is switched off.
+std::optional<QUrl> entryProgram(const QString &path, bool *switchedOff) {
     const auto text = readSmallFile(path);
     if (!text) {
         return std::nullopt;
@@ -82,14 +82,10 @@ std::optional<QUrl> entryProgramRoot(const QString &path, bool *switchedOff) {
     if (!program || program->empty() || program->front() != '/') {
         return std::nullopt;
     }
-    struct stat st {};
-    if (::stat(program->c_str(), &st) != 0 || S_ISDIR(st.st_mode)) {
-        return std::nullopt;
-    }
     if (switchedOff) {
         *switchedOff = entry->hidden || entry->autostartDisabled;
     }
-    return XdgAutostartList::packageRootUrl(QString::fromStdString(*program));
+    return XdgAutostartList::programUrl(QFile::decodeName(QByteArray::fromStdString(*program)));
 }
 
 bool writeAll(int fd, const std::string &data) {
@@ -110,10 +106,11 @@ bool writeAll(int fd, const std::string &data) {
 enum class WriteResult { Written, NameTaken, Failed };
 
 // Writes a temporary file beside the target and renames it into place, so a
-// reader never sees half an entry. Without `replace` an existing target is
-// left alone and reported as taken.
+// reader never sees half an entry. With `owner` an existing target is
+// replaced only if it still starts that program once the new text is ready;
+// without, an existing target is left alone and reported as taken.
 WriteResult writeAtomically(const QString &dir, const QString &target, const std::string &content,
-                            bool replace) {
+                            const QUrl *owner) {
     QByteArray tmp = QFile::encodeName(
         dir + QStringLiteral("/.%1.desktop.XXXXXX").arg(QLatin1String(EntryBaseName)));
     const int fd = ::mkostemp(tmp.data(), O_CLOEXEC);
@@ -128,7 +125,11 @@ WriteResult writeAtomically(const QString &dir, const QString &target, const std
     }
     const QByteArray dest = QFile::encodeName(target);
     int rc = 0;
-    if (replace) {
+    if (owner) {
+        if (entryProgram(target, nullptr) != *owner) {
+            ::unlink(tmp.constData());
+            return WriteResult::NameTaken;
+        }
         rc = ::rename(tmp.constData(), dest.constData());
     } else {
         rc = ::renameat2(AT_FDCWD, tmp.constData(), AT_FDCWD, dest.constData(), RENAME_NOREPLACE);
@@ -149,15 +150,19 @@ WriteResult writeAtomically(const QString &dir, const QString &target, const std
     return WriteResult::Written;
 }
 
-std::string entryText(const QString &executablePath) {
-    const std::string exec = desktop_entry::escapeValue(
-        desktop_entry::quoteExecArgument(QFile::encodeName(executablePath).toStdString()));
+std::string entryText(const QString &program, const QStringList &arguments) {
+    const std::string path = QFile::encodeName(program).toStdString();
+    std::string exec = desktop_entry::execArgument(path);
+    for (const QString &argument : arguments) {
+        exec += ' ' + desktop_entry::execArgument(QFile::encodeName(argument).toStdString());
+    }
+    // TryExec keeps a login after the program was removed free of errors.
     return "[Desktop Entry]\n"
            "Type=Application\n"
            "Name=Corvanta Monitor\n"
            "Comment=Watches the local Corvanta database servers\n"
-           "Exec=" +
-           exec +
+           "TryExec=" +
+           desktop_entry::escapeValue(path) + "\nExec=" + desktop_entry::escapeValue(exec) +
            "\n"
            "Icon=corvanta-monitor\n"
            "Terminal=false\n"
@@ -180,8 +185,8 @@ bool QtDesktopOpener::openFile(const QString &path) {
     return QDesktopServices::openUrl(QUrl::fromLocalFile(path));
 }
 
-XdgAutostartList::XdgAutostartList(QString autostartDir, QString executablePath)
-    : _dir(std::move(autostartDir)), _executablePath(std::move(executablePath)) {}
+XdgAutostartList::XdgAutostartList(QString autostartDir, const QString &executablePath)
+    : _dir(std::move(autostartDir)), _identity(programUrl(executablePath)) {}
 
 QString XdgAutostartList::defaultDirectory() {
     // A relative XDG_CONFIG_HOME is invalid and must be ignored.
@@ -191,15 +196,14 @@ QString XdgAutostartList::defaultDirectory() {
     return QDir::cleanPath(base + QStringLiteral("/autostart"));
 }
 
-QUrl XdgAutostartList::packageRootUrl(const QString &executablePath) {
-    const qsizetype slash = executablePath.lastIndexOf(u'/');
-    QString root =
-        QDir::cleanPath(executablePath.left(qMax<qsizetype>(slash, 0)) + QStringLiteral("/.."));
-    // Above the root is the root again.
-    while (root.startsWith(QLatin1String("/..")) && (root.size() == 3 || root.at(3) == u'/')) {
-        root.remove(0, 3);
+std::optional<QUrl> XdgAutostartList::programUrl(const QString &path) {
+    const std::unique_ptr<char, void (*)(void *)> canonical(
+        ::realpath(QFile::encodeName(path).constData(), nullptr), std::free);
+    struct stat st {};
+    if (!canonical || ::stat(canonical.get(), &st) != 0 || S_ISDIR(st.st_mode)) {
+        return std::nullopt;
     }
-    return QUrl::fromLocalFile(root.isEmpty() ? QStringLiteral("/") : root);
+    return QUrl::fromLocalFile(QFile::decodeName(canonical.get()));
 }
 
 std::optional<QList<LoginItem>> XdgAutostartList::snapshot() {
@@ -226,35 +230,33 @@ std::optional<QList<LoginItem>> XdgAutostartList::snapshot() {
         LoginItem item;
         item.id = QFile::decodeName(QByteArray::fromStdString(name));
         bool switchedOff = false;
-        auto root = entryProgramRoot(_dir + u'/' + item.id, &switchedOff);
-        if (root && !switchedOff) {
-            item.resolved = std::move(root);
+        auto program = entryProgram(_dir + u'/' + item.id, &switchedOff);
+        if (program && !switchedOff) {
+            item.resolved = std::move(program);
         }
         items.append(std::move(item));
     }
     return items;
 }
 
-bool XdgAutostartList::insertFirst(const QUrl &bundleUrl) {
-    if (!QDir().mkpath(_dir)) {
+bool XdgAutostartList::insertFirst(const QUrl &programUrl, const QStringList &arguments) {
+    if (!_identity || programUrl != *_identity || !QDir().mkpath(_dir)) {
         return false;
     }
-    const std::string content = entryText(_executablePath);
+    const std::string content = entryText(_identity->toLocalFile(), arguments);
     for (int n = 1; n <= MaxEntryNumber; ++n) {
         const QString name =
             n == 1 ? QStringLiteral("%1.desktop").arg(QLatin1String(EntryBaseName))
                    : QStringLiteral("%1-%2.desktop").arg(QLatin1String(EntryBaseName)).arg(n);
         const QString target = _dir + u'/' + name;
         struct stat st {};
-        if (::lstat(QFile::encodeName(target).constData(), &st) == 0) {
-            // Our own entry, switched off or not, is rewritten in place;
-            // anything else under the name belongs to someone else.
-            if (!S_ISREG(st.st_mode) || entryProgramRoot(target, nullptr) != bundleUrl) {
-                continue;
-            }
-            return writeAtomically(_dir, target, content, true) == WriteResult::Written;
+        const bool exists = ::lstat(QFile::encodeName(target).constData(), &st) == 0;
+        // Our own entry, switched off or not, is rewritten in place;
+        // anything else under the name belongs to someone else.
+        if (exists && (!S_ISREG(st.st_mode) || entryProgram(target, nullptr) != _identity)) {
+            continue;
         }
-        switch (writeAtomically(_dir, target, content, false)) {
+        switch (writeAtomically(_dir, target, content, exists ? &*_identity : nullptr)) {
             case WriteResult::Written:
                 return true;
             case WriteResult::NameTaken:
@@ -268,8 +270,14 @@ bool XdgAutostartList::insertFirst(const QUrl &bundleUrl) {
 
 bool XdgAutostartList::remove(const LoginItem &item) {
     const QString &name = item.id;
-    if (name.isEmpty() || name.contains(u'/') || name == u"." || name == u"..") {
+    if (!_identity || item.resolved != _identity || name.isEmpty() || name.contains(u'/') ||
+        name == u"." || name == u"..") {
         return false;
     }
-    return ::unlink(QFile::encodeName(_dir + u'/' + name).constData()) == 0;
+    // Read again: the file may have been replaced since the snapshot.
+    const QString path = _dir + u'/' + name;
+    if (entryProgram(path, nullptr) != _identity) {
+        return false;
+    }
+    return ::unlink(QFile::encodeName(path).constData()) == 0;
 }

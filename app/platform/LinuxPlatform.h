@@ -12,30 +12,29 @@ public:
 };
 
 // Login items as the .desktop files of an XDG autostart directory, taken in
-// file-name order. An entry resolves to the file URL of the package root
-// (the directory above the one holding its program) when its Exec names an
-// absolute program path that exists; Hidden=true entries (and those with
-// X-GNOME-Autostart-enabled=false) count as absent. New entries are named
-// corvanta-monitor.desktop, or corvanta-monitor-N.desktop when another
-// program's entry holds that name.
+// file-name order. An entry resolves to the file URL of the canonical path of
+// the program its Exec names, when that is an absolute path to an existing
+// file; Hidden=true entries (and those with X-GNOME-Autostart-enabled=false)
+// count as absent. Many programs share one bin directory, so nothing but the
+// program itself matches. New entries are named corvanta-monitor.desktop, or
+// corvanta-monitor-N.desktop when another program's entry holds that name.
 class XdgAutostartList : public LoginItemList {
 public:
-    // executablePath is what new entries start; its package root is the
-    // program's identity.
-    XdgAutostartList(QString autostartDir, QString executablePath);
+    // Entries are written and removed only for the program at executablePath.
+    XdgAutostartList(QString autostartDir, const QString &executablePath);
 
     // $XDG_CONFIG_HOME/autostart, or ~/.config/autostart.
     static QString defaultDirectory();
 
-    // The program's identity: the file URL of the directory above the one
-    // holding the executable, cleaned lexically, without a trailing slash.
-    static QUrl packageRootUrl(const QString &executablePath);
+    // The file URL of the canonical path of an existing file that is not a
+    // directory; nothing otherwise.
+    static std::optional<QUrl> programUrl(const QString &path);
 
     std::optional<QList<LoginItem>> snapshot() override;
-    bool insertFirst(const QUrl &bundleUrl) override;
+    bool insertFirst(const QUrl &programUrl, const QStringList &arguments) override;
     bool remove(const LoginItem &item) override;
 
 private:
     QString _dir;
-    QString _executablePath;
+    std::optional<QUrl> _identity;
 };

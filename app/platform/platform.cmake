@@ -2,18 +2,21 @@
 # their own so that their tests do not need the rest of the application.
 # Qt's imported targets are visible per directory: find them in every
 # directory that includes this file, define the library only once.
-find_package(Qt6 REQUIRED COMPONENTS Core Gui Network LinguistTools)
+find_package(Qt6 REQUIRED COMPONENTS Core DBus Gui Network LinguistTools)
 if(TARGET corvanta_platform)
   return()
 endif()
 
 add_library(corvanta_platform STATIC
+  ${CMAKE_CURRENT_LIST_DIR}/DBusNotifier.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/DBusNotifier.h
   ${CMAKE_CURRENT_LIST_DIR}/DesktopEntry.cpp
   ${CMAKE_CURRENT_LIST_DIR}/LinuxPlatform.cpp
   ${CMAKE_CURRENT_LIST_DIR}/SingleInstance.cpp
   ${CMAKE_CURRENT_LIST_DIR}/Translations.cpp)
 target_include_directories(corvanta_platform PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(corvanta_platform PUBLIC Qt6::Core Qt6::Gui Qt6::Network)
+target_link_libraries(corvanta_platform PUBLIC Qt6::Core Qt6::DBus Qt6::Gui Qt6::Network)
+set_target_properties(corvanta_platform PROPERTIES AUTOMOC ON)
 
 # Only the release step is wired into the build: lupdate must see the whole
 # application, so it is run by hand (see app/translations/README).

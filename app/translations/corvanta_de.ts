@@ -4,106 +4,107 @@
 <context>
     <name>Application</name>
     <message>
-        <location filename="../Application.cpp" line="237"/>
+        <location filename="../Application.cpp" line="281"/>
         <source>Nordelix Corvanta</source>
         <translation>Nordelix Corvanta</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="176"/>
+        <location filename="../Application.cpp" line="224"/>
         <source>Start %1</source>
         <translation>%1 starten</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="182"/>
+        <location filename="../Application.cpp" line="230"/>
         <source>%1: Starting</source>
         <translation>%1: Wird gestartet</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="186"/>
+        <location filename="../Application.cpp" line="234"/>
         <source>Stop %1</source>
         <translation>%1 beenden</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="192"/>
+        <location filename="../Application.cpp" line="240"/>
         <source>%1: Stopping</source>
         <translation>%1: Wird beendet</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="195"/>
+        <location filename="../Application.cpp" line="243"/>
         <source>%1: Unknown</source>
         <translation>%1: Unbekannt</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="117"/>
+        <location filename="../Application.cpp" line="134"/>
         <source>No Corvanta Instances</source>
         <translation>Keine Corvanta-Instanzen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="122"/>
+        <location filename="../Application.cpp" line="139"/>
         <source>Open Diagnostic Messages</source>
         <translation>Diagnosemeldungen öffnen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="128"/>
+        <location filename="../Application.cpp" line="145"/>
         <source>Open Corvanta Kelvarine</source>
         <translation>Corvanta Kelvarine öffnen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="134"/>
+        <location filename="../Application.cpp" line="151"/>
         <source>View Online Documentation</source>
         <translation>Online-Dokumentation anzeigen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="138"/>
+        <location filename="../Application.cpp" line="155"/>
         <source>Start Corvanta Monitor at Login</source>
         <translation>Corvanta Monitor bei der Anmeldung starten</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="143"/>
+        <location filename="../Application.cpp" line="160"/>
         <source>Quit Corvanta Monitor</source>
         <translation>Corvanta Monitor beenden</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="56"/>
+        <location filename="../Application.cpp" line="65"/>
         <source>Do you want to start the %1?</source>
         <translation>Möchten Sie die %1 starten?</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="56"/>
+        <location filename="../Application.cpp" line="65"/>
         <source>Do you want to stop the %1?</source>
         <translation>Möchten Sie die %1 beenden?</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="59"/>
+        <location filename="../Application.cpp" line="68"/>
         <source>This will start up a Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird eine Corvanta-Instanz im Verzeichnis
 %1 gestartet.</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="60"/>
+        <location filename="../Application.cpp" line="69"/>
         <source>This will stop the Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird die Corvanta-Instanz im Verzeichnis
 %1 beendet.</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="62"/>
+        <location filename="../Application.cpp" line="71"/>
         <source>Start</source>
         <translation>Starten</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="62"/>
+        <location filename="../Application.cpp" line="71"/>
         <source>Stop</source>
         <translation>Beenden</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="63"/>
+        <location filename="../Application.cpp" line="72"/>
+        <location filename="../Application.cpp" line="177"/>
         <source>Cancel</source>
         <translation>Abbrechen</translation>
     </message>
     <message>
-        <location filename="../TrayMain.cpp" line="87"/>
+        <location filename="../TrayMain.cpp" line="88"/>
         <source>Corvanta Monitor is already running</source>
         <translation>Corvanta Monitor läuft bereits</translation>
     </message>
@@ -228,12 +229,12 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>CorvantaInstance</name>
     <message>
-        <location filename="../../registry/CorvantaInstance.cpp" line="77"/>
+        <location filename="../../registry/CorvantaInstance.cpp" line="108"/>
         <source>Default Instance</source>
         <translation>Standardinstanz</translation>
     </message>
     <message>
-        <location filename="../../registry/CorvantaInstance.cpp" line="79"/>
+        <location filename="../../registry/CorvantaInstance.cpp" line="110"/>
         <source>Instance &apos;%1&apos;</source>
         <translation>Instanz „%1“</translation>
     </message>
@@ -339,6 +340,11 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
     <name>InstanceReport</name>
     <message>
         <location filename="../cli/InstanceReport.cpp" line="41"/>
+        <source>unknown</source>
+        <translation>unbekannt</translation>
+    </message>
+    <message>
+        <location filename="../cli/InstanceReport.cpp" line="41"/>
         <source>stopped</source>
         <translation>gestoppt</translation>
     </message>
@@ -356,11 +362,6 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
         <location filename="../cli/InstanceReport.cpp" line="43"/>
         <source>stopping</source>
         <translation>wird beendet</translation>
-    </message>
-    <message>
-        <location filename="../cli/InstanceReport.cpp" line="41"/>
-        <source>unknown</source>
-        <translation>unbekannt</translation>
     </message>
     <message>
         <location filename="../cli/InstanceReport.cpp" line="66"/>
@@ -409,6 +410,88 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
         <location filename="../cli/Commands.cpp" line="171"/>
         <source>No Corvanta instances in %1</source>
         <translation>Keine Corvanta-Instanzen in %1</translation>
+    </message>
+</context>
+<context>
+    <name>MessageBoxPrompt</name>
+    <message>
+        <location filename="../MessageBoxPrompt.cpp" line="33"/>
+        <source>Corvanta Monitor</source>
+        <translation>Corvanta Monitor</translation>
+    </message>
+</context>
+<context>
+    <name>StatusWatch</name>
+    <message>
+        <location filename="../StatusWatch.cpp" line="36"/>
+        <source>The server exited with status %1.</source>
+        <translation>Der Server wurde mit Status %1 beendet.</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="39"/>
+        <source>The server was killed by signal %1.</source>
+        <translation>Der Server wurde durch Signal %1 beendet.</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="41"/>
+        <source>The server ended; its exit status is not known to Corvanta Monitor.</source>
+        <translation>Der Server wurde beendet; sein Exit-Status ist Corvanta Monitor nicht bekannt.</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="157"/>
+        <source>%1 stopped</source>
+        <translation>%1 wurde beendet</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="159"/>
+        <source>%1 failed to start</source>
+        <translation>%1 konnte nicht gestartet werden</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="162"/>
+        <source>Last lines of its log:</source>
+        <translation>Letzte Zeilen des Protokolls:</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="167"/>
+        <source>Open Log</source>
+        <translation>Protokoll öffnen</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="198"/>
+        <source>%1 has not stopped</source>
+        <translation>%1 wurde nicht beendet</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="199"/>
+        <source>The server is still running %1 seconds after it was asked to stop.</source>
+        <translation>Der Server läuft %1 Sekunden nach der Aufforderung zum Beenden noch immer.</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="201"/>
+        <location filename="../StatusWatch.cpp" line="215"/>
+        <source>Force Stop</source>
+        <translation>Beenden erzwingen</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="210"/>
+        <source>Do you want to force the %1 to stop?</source>
+        <translation>Möchten Sie das Beenden der %1 erzwingen?</translation>
+    </message>
+    <message>
+        <location filename="../StatusWatch.cpp" line="211"/>
+        <source>This sends signal 9 to process %1 in directory
+%2. The server cannot finish its work first.</source>
+        <translation>Dadurch wird Signal 9 an Prozess %1 im Verzeichnis
+%2 gesendet. Der Server kann seine Arbeit vorher nicht abschließen.</translation>
+    </message>
+</context>
+<context>
+    <name>TrayWatch</name>
+    <message>
+        <location filename="../TrayWatch.cpp" line="24"/>
+        <source>No system tray found; the &quot;C&quot; icon appears once one runs. On GNOME Shell install a tray extension (gnome-shell-extension-appindicator), elsewhere a tray host such as trayer or stalonetray.</source>
+        <translation>Keine Systemleiste gefunden; das „C“-Symbol erscheint, sobald eine läuft. Unter GNOME Shell eine Erweiterung für die Systemleiste installieren (gnome-shell-extension-appindicator), sonst eine Systemleiste wie trayer oder stalonetray.</translation>
     </message>
 </context>
 </TS>

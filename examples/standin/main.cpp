@@ -43,7 +43,9 @@ const char kHelp[] =
     "                                    lock file\n"
     "  CORVANTA_STANDIN_EXIT_AT_ONCE=1   exit with status 3 before writing the\n"
     "                                    lock file\n"
-    "  CORVANTA_STANDIN_IGNORE_TERM=1    ignore signal 15\n"
+    "  CORVANTA_STANDIN_LOCK_ON_USR1=1   write the lock file only once signal 10\n"
+    "                                    arrives (after any delay)\n"
+    "  CORVANTA_STANDIN_IGNORE_TERM=1    ignore signal 15 (signal 2 still stops it)\n"
     "  CORVANTA_STANDIN_FD_REPORT=path   write the inherited descriptors, the\n"
     "                                    arguments, the working directory and\n"
     "                                    whether it leads its session to path\n"
@@ -62,6 +64,7 @@ constexpr size_t kMaxClients = 16;
 constexpr int kClientTimeoutMs = 5000;
 
 volatile sig_atomic_t gStopSignal = 0;
+volatile sig_atomic_t gLockSignal = 0;
 int gWakeWrite = -1;
 
 std::string gLogPath;
@@ -72,6 +75,21 @@ void onStopSignal(int sig) {
     const char byte = 0;
     (void)!::write(gWakeWrite, &byte, 1);
     errno = saved;
+}
+
+void onLockSignal(int) {
+    gLockSignal = 1;
+    const int saved = errno;
+    const char byte = 0;
+    (void)!::write(gWakeWrite, &byte, 1);
+    errno = saved;
+}
+
+// Signal 15 or 2 leaves its mark in gStopSignal, so the bytes themselves may go.
+void drainWakePipe(int fd) {
+    char bytes[64];
+    while (::read(fd, bytes, sizeof bytes) > 0) {
+    }
 }
 
 std::string timestamp() {
@@ -353,6 +371,13 @@ int main(int argc, char **argv) {
     action.sa_handler = onStopSignal;
     ::sigemptyset(&action.sa_mask);
     ::sigaction(SIGINT, &action, nullptr);
+    const bool lockOnSignal = envFlag("CORVANTA_STANDIN_LOCK_ON_USR1");
+    if (lockOnSignal) {
+        struct sigaction lockAction {};
+        lockAction.sa_handler = onLockSignal;
+        ::sigemptyset(&lockAction.sa_mask);
+        ::sigaction(SIGUSR1, &lockAction, nullptr);
+    }
     if (envFlag("CORVANTA_STANDIN_IGNORE_TERM")) {
         ::signal(SIGTERM, SIG_IGN);
     } else {
@@ -375,8 +400,23 @@ int main(int argc, char **argv) {
         pollfd p{wake[0], POLLIN, 0};
         const int64_t until = nowMs() + delay;
         while (gStopSignal == 0 && nowMs() < until) {
-            ::poll(&p, 1, int(std::min<int64_t>(until - nowMs(), 1000)));
+            if (::poll(&p, 1, int(std::min<int64_t>(until - nowMs(), 1000))) > 0) {
+                drainWakePipe(wake[0]);
+            }
         }
+    }
+    // Tests hold the server in its starting phase for as long as they look.
+    if (lockOnSignal) {
+        logLine("waiting for signal 10 before writing the lock file");
+        pollfd p{wake[0], POLLIN, 0};
+        while (gStopSignal == 0 && gLockSignal == 0) {
+            if (::poll(&p, 1, -1) > 0) {
+                drainWakePipe(wake[0]);
+            }
+        }
+        // Later ones would wake the serving loop for nothing.
+        ::signal(SIGUSR1, SIG_IGN);
+        drainWakePipe(wake[0]);
     }
     bool lockWritten = false;
     if (gStopSignal == 0) {

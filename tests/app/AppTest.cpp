@@ -1,14 +1,25 @@
 #include "app/Application.h"
+#include "app/MenuPlacement.h"
+#include "app/MessageBoxPrompt.h"
+#include "app/StatusIcon.h"
+#include "app/StatusWatch.h"
+#include "app/TrayWatch.h"
 #include "registry/SystemLog.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QDir>
 #include <QFile>
+#include <QLabel>
 #include <QMenu>
+#include <QMessageBox>
 #include <QProcess>
+#include <QPushButton>
+#include <QScreen>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
+#include <QTranslator>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -39,8 +50,8 @@ struct FakeDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
     bool openUrl(const QUrl &url) override { return record(url.toString()); }
     bool openFile(const QString &path) override { return record(u"file "_s + path); }
     std::optional<QList<LoginItem>> snapshot() override { return items; }
-    bool insertFirst(const QUrl &bundleUrl) override {
-        items.prepend(LoginItem{u"added"_s, bundleUrl});
+    bool insertFirst(const QUrl &programUrl, const QStringList &arguments) override {
+        items.prepend(LoginItem{(QStringList{u"added"_s} + arguments).join(u' '), programUrl});
         return true;
     }
     bool remove(const LoginItem &item) override {
@@ -120,6 +131,13 @@ struct ApplicationProbe : ::testing::Test {
     std::unique_ptr<CorvantaManager> &manager() { return app._manager; }
     bool inModalDialog() const { return app._inModalDialog; }
     bool timerRunning() const { return app._menuUpdateTimer.isActive(); }
+    void clickIcon() { app.statusItemActivated(QSystemTrayIcon::Trigger); }
+    QMenu *trayMenu() {
+        if (!app._menu) {
+            app._menu = app.createMenu();
+        }
+        return app._menu.get();
+    }
 
     void SetUp() override {
         searchIn(home);
@@ -252,17 +270,67 @@ TEST_F(StatusMenu, TicksRewriteInstanceItemsOnlyWhileOpenAndForBoundedTime) {
     EXPECT_TRUE(timerRunning());
 }
 
-TEST_F(StatusMenu, QuitKeyInOpenMenuEndsEventLoop) {
-    for (const auto &[keys, exitCode] : std::initializer_list<std::pair<QKeyCombination, int>>{
-             {Qt::Key_Q, 0}, {Qt::CTRL | Qt::Key_Q, 0}, {Qt::ALT | Qt::Key_Q, 7}}) {
-        SCOPED_TRACE(keys.toCombined());
+TEST_F(StatusMenu, QuitKeyActsOnlyInTheOpenMenu) {
+    QWidget elsewhere;
+    elsewhere.show();
+    const struct {
+        bool menuOpen;
+        QKeyCombination keys;
+        int exitCode;  // 7: not quit
+    } cases[] = {
+        {true, Qt::Key_Q, 0},  {true, Qt::CTRL | Qt::Key_Q, 0},  {true, Qt::ALT | Qt::Key_Q, 7},
+        {false, Qt::Key_Q, 7}, {false, Qt::CTRL | Qt::Key_Q, 7},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.menuOpen << ' ' << c.keys.toCombined());
         QTimer::singleShot(0, menu.get(), [&] {
             open();
-            QTest::keyClick(menu.get(), keys.key(), keys.keyboardModifiers());
+            QWidget *target = menu.get();
+            if (!c.menuOpen) {
+                menu->hide();
+                elsewhere.activateWindow();
+                target = &elsewhere;
+            }
+            QTest::keyClick(target, c.keys.key(), c.keys.keyboardModifiers());
         });
         QTimer::singleShot(1500, menu.get(), [] { QCoreApplication::exit(7); });
-        EXPECT_EQ(QCoreApplication::exec(), exitCode);
+        EXPECT_EQ(QCoreApplication::exec(), c.exitCode);
     }
+    // Shown as Qt menus show a shortcut.
+    EXPECT_EQ(item(u"Quit Corvanta Monitor"_s)->shortcut().toString(), u"Q"_s);
+}
+
+// A click on the icon opens the menu built once and placed on the screen;
+// while a confirmation is up it brings the dialog forward instead.
+TEST_F(StatusMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
+    addInstance(u"alpha"_s);
+    QMenu *tray = trayMenu();
+    int builds = 0;
+    QObject::connect(tray, &QMenu::aboutToShow, [&] { ++builds; });
+    clickIcon();
+    ASSERT_TRUE(tray->isVisible());
+    EXPECT_EQ(describe(*tray), u"+ Start Instance 'alpha'\n"_s + fixedItems());
+    EXPECT_TRUE(tray->screen()->availableGeometry().contains(tray->geometry()));
+    EXPECT_TRUE(timerRunning());
+    tray->hide();
+
+    const QString shown = describe(*tray);
+    fake.whileUp = [&] {
+        QDialog dialog;
+        dialog.setWindowModality(Qt::ApplicationModal);
+        dialog.show();
+        QWidget other(&dialog, Qt::Window);  // not blocked by the dialog
+        other.show();
+        other.activateWindow();
+        EXPECT_TRUE(QTest::qWaitFor([&] { return QApplication::activeWindow() == &other; }));
+        clickIcon();
+        EXPECT_TRUE(QTest::qWaitFor([&] { return QApplication::activeWindow() == &dialog; }));
+        EXPECT_FALSE(tray->isVisible());
+        EXPECT_EQ(describe(*tray), shown);
+    };
+    fake.answer = 0;
+    tray->actions().first()->trigger();
+    EXPECT_EQ(builds, 1);
 }
 
 TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
@@ -281,11 +349,19 @@ TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
     }
 }
 
+// The stand-in holds its lock file until signal 10 and ignores signal 15, so
+// the starting and stopping phases last until the test releases them.
 TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     qputenv("CORVANTA_BINARY", CORVANTA_STANDIN);
     qputenv("CORVANTA_STANDIN_PORT", "0");
-    qputenv("CORVANTA_STANDIN_LOCK_DELAY_MS", "300");
+    qputenv("CORVANTA_STANDIN_LOCK_ON_USR1", "1");
+    qputenv("CORVANTA_STANDIN_IGNORE_TERM", "1");
     const QString dir = addInstance(u"database"_s);
+    const auto logged = [&](const char *text) {
+        QFile log(dir + u"/corvanta.log"_s);
+        return log.open(QIODevice::ReadOnly) && log.readAll().contains(text);
+    };
+    qint32 server = 0;
     open();
     fake.whileUp = [&] {
         EXPECT_TRUE(inModalDialog());
@@ -296,38 +372,73 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
         EXPECT_EQ(menu->actions().first(), first);
         EXPECT_FALSE(timerRunning());
     };
-    // The status right after the answer, the item on reopening, and what it becomes.
-    const auto answerWith = [&](int answer, const QString &then) {
+    // The status right after the answer, the item on reopening, and what it
+    // becomes once `release` has let the server go on.
+    const auto answerWith = [&](int answer, const std::function<void(qint32)> &release,
+                                const QString &then) {
         fake.answer = answer;
         menu->actions().first()->trigger();
         EXPECT_FALSE(inModalDialog());
         const auto record = menu->actions().first()->data().value<CorvantaInstancePtr>();
         QString seen = QString::number(record->serverStatus()) + u' ' + open().section(u'\n', 0, 0);
-        EXPECT_TRUE(QTest::qWaitFor([&] { return item(then); }, 5000)) << then.toStdString();
+        server = record->pid() ? record->pid() : server;
+        release(record->pid());
+        EXPECT_TRUE(QTest::qWaitFor([&] { return item(then); }, 10000)) << then.toStdString();
         return seen;
     };
-    EXPECT_EQ(answerWith(1001, u"Start Default Instance"_s), u"1 + Start Default Instance"_s);
-    EXPECT_EQ(answerWith(1000, u"Stop Default Instance"_s), u"2 - Default Instance: Starting"_s);
-    EXPECT_EQ(answerWith(0, u"Stop Default Instance"_s), u"3 + Stop Default Instance"_s);
-    EXPECT_EQ(answerWith(1000, u"Start Default Instance"_s), u"4 - Default Instance: Stopping"_s);
+    const auto nothing = [](qint32) {};
+    const auto writeLock = [&](qint32 pid) {
+        EXPECT_TRUE(QTest::qWaitFor([&] { return logged("waiting for signal 10"); }, 10000));
+        ::kill(pid, SIGUSR1);
+    };
+    const auto interrupt = [](qint32 pid) { ::kill(pid, SIGINT); };
+    EXPECT_EQ(answerWith(1001, nothing, u"Start Default Instance"_s),
+              u"1 + Start Default Instance"_s);
+    EXPECT_EQ(answerWith(1000, writeLock, u"Stop Default Instance"_s),
+              u"2 - Default Instance: Starting"_s);
+    EXPECT_EQ(answerWith(0, nothing, u"Stop Default Instance"_s), u"3 + Stop Default Instance"_s);
+    EXPECT_EQ(answerWith(1000, interrupt, u"Start Default Instance"_s),
+              u"4 - Default Instance: Stopping"_s);
+    EXPECT_TRUE(logged("stopped on signal 2"));
     const QString ask =
         u"Do you want to %1 the Default Instance? | This will %2 "
         "Corvanta instance in directory\n%3. | %4 | Cancel\n"_s;
     const QString start = ask.arg(u"start"_s, u"start up a"_s, dir, u"Start"_s);
     const QString stop = ask.arg(u"stop"_s, u"stop the"_s, dir, u"Stop"_s);
     EXPECT_EQ(fake.calls, start + start + stop + stop);
-    if (QFile lock(dir + u"/corvanta.lck"_s); lock.open(QIODevice::ReadOnly)) {
-        ::kill(lock.readAll().trimmed().toInt(), SIGTERM);  // left behind by a failure
+    // A failure may leave the stand-in waiting for a signal that never came.
+    if (QFileInfo(u"/proc/%1/exe"_s.arg(server)).symLinkTarget() ==
+        QString::fromUtf8(CORVANTA_STANDIN)) {
+        ::kill(server, SIGKILL);
     }
 }
 
+// Nothing is watched before the first opening; afterwards the icon follows the default
+// instance by file events, with the menu closed and unchanged.
+TEST_F(StatusMenu, StatusWatchStartsAtTheFirstOpeningAndFollowsTheDefault) {
+    const QString dir = addInstance(u"database"_s);
+    EXPECT_EQ(app.statusWatch(), nullptr);
+    const QString shown = open();
+    menu->hide();
+    ASSERT_NE(app.statusWatch(), nullptr);
+    EXPECT_EQ(app.statusWatch()->iconState(), IconState::Stopped);
+    writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return app.statusWatch()->iconState() == IconState::Running; }, 10000));
+    EXPECT_FALSE(timerRunning());
+    EXPECT_EQ(describe(*menu), shown);
+}
+
 TEST_F(StatusMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {
-    QUrl slashed = app.packageUrl();
+    QUrl slashed = Application::programUrl();
     slashed.setPath(slashed.path() + u'/');
     fake.items = {{u"unresolved"_s, std::nullopt},
                   {u"slashed"_s, slashed},
-                  {u"b"_s, app.packageUrl()},
-                  {u"c"_s, app.packageUrl()}};
+                  {u"b"_s, Application::programUrl()},
+                  {u"c"_s, Application::programUrl()}};
+    // The entry added starts the installation in use.
+    app.setInstallationSources({home, {}, {}, {}});
+    app.setupGlobalEnvironment();
     QString seen;
     for (int round = 0; round < 4; ++round) {
         open();
@@ -341,7 +452,7 @@ TEST_F(StatusMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {
     }
     EXPECT_EQ(seen,
               u"[x] unresolved slashed c\n[x] unresolved slashed\n"
-              "[ ] added unresolved slashed\n[x] unresolved slashed\n"_s);
+              "[ ] added --home %1 unresolved slashed\n[x] unresolved slashed\n"_s.arg(home));
 }
 
 TEST_F(StatusMenu, LinksOpenFixedAddressesAndTheDefaultInstancesLog) {
@@ -417,6 +528,123 @@ TEST_F(StatusMenu, ExportsTheInstallationFoundOrChangesNothing) {
                       return out;
                   }),
                   expand(c.expected));
+    }
+}
+
+TEST(MenuPlacement, OpensBesideTheIconAwayFromThePanelAndWithinTheScreen) {
+    const QRect screen(0, 0, 1024, 768);
+    const struct {
+        const char *what;
+        QRect icon;
+        QPoint pointer;
+        QSize menu;
+        QRect screen, expected;
+    } cases[] = {
+        {"top right", {1001, 1, 22, 30}, {}, {250, 200}, screen, {774, 31, 250, 200}},
+        {"top, taller than the room",
+         {1001, 1, 22, 30},
+         {},
+         {250, 5000},
+         screen,
+         {774, 31, 250, 737}},
+        {"bottom left", {10, 740, 22, 28}, {}, {250, 200}, screen, {10, 540, 250, 200}},
+        {"bottom, taller", {10, 740, 22, 28}, {}, {250, 5000}, screen, {10, 0, 250, 740}},
+        {"left edge", {0, 300, 24, 24}, {}, {250, 200}, screen, {24, 300, 250, 200}},
+        {"right edge", {1000, 300, 24, 24}, {}, {250, 200}, screen, {750, 300, 250, 200}},
+        {"second screen",
+         {2280, 0, 24, 24},
+         {},
+         {250, 200},
+         {1024, 0, 1280, 1024},
+         {2054, 24, 250, 200}},
+        {"pointer", {}, {500, 400}, {250, 200}, screen, {500, 400, 250, 200}},
+        {"pointer near a corner", {}, {1000, 700}, {250, 200}, screen, {750, 500, 250, 200}},
+        {"pointer, taller", {}, {500, 400}, {250, 5000}, screen, {500, 0, 250, 768}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(trayMenuGeometry(c.icon, c.pointer, c.menu, c.screen), c.expected);
+    }
+}
+
+TEST(TrayWatch, SaysAtOnceWhatToInstallWhenNoTrayRuns) {
+    for (const bool tray : {false, true}) {
+        SCOPED_TRACE(tray);
+        QSystemTrayIcon icon(makeStatusIcon());
+        TrayWatch watch(icon, [tray] { return tray; });
+        testing::internal::CaptureStderr();
+        watch.start();
+        const QStringList lines = QString::fromStdString(testing::internal::GetCapturedStderr())
+                                      .split(u'\n')
+                                      .filter(u"corvanta-monitor: "_s);
+        EXPECT_EQ(watch.isWaiting(), !tray);
+        EXPECT_EQ(lines.size(), tray ? 0 : 1);
+        if (!tray) {
+            EXPECT_TRUE(lines.first().contains(u"No system tray found"_s));
+            EXPECT_TRUE(lines.first().contains(u"gnome-shell-extension-appindicator"_s));
+        }
+    }
+}
+
+// The real dialog, answered by its buttons: the sentence stays on one line in
+// each shipped language, and only a long directory wraps.
+TEST(ConfirmationDialog, KeepsTheSentenceWholeAndWrapsOnlyTheDirectory) {
+    const QString longPath = u"/srv"_s + u"/a-rather-long-directory-name"_s.repeated(12);
+    const struct {
+        const char *language;
+        QString path;
+        bool wraps;
+        int answer;  // the first button clicked, or Escape
+    } cases[] = {
+        {"en", u"/srv/corvanta/database"_s, false, AlertFirstButtonReturn},
+        {"de", u"/srv/corvanta/database"_s, false, AlertSecondButtonReturn},
+        {"en", longPath, true, AlertSecondButtonReturn},
+        {"de", longPath, true, AlertFirstButtonReturn},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.language << ' ' << c.path.size());
+        QTranslator translator;
+        if (QString::fromUtf8(c.language) != u"en"_s) {
+            ASSERT_TRUE(translator.load(QLocale(QString::fromUtf8(c.language)), u"corvanta"_s,
+                                        u"_"_s, u":/i18n"_s));
+            QCoreApplication::installTranslator(&translator);
+        }
+        const QString informative =
+            QCoreApplication::translate("Application",
+                                        "This will start up a Corvanta instance in directory\n%1.")
+                .arg(c.path);
+        const QString sentence = informative.section(u'\n', 0, 0);
+        bool checked = false;
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, [&] {
+            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            if (!box || !box->isVisible()) {
+                return;
+            }
+            poll.stop();
+            auto *label = box->findChild<QLabel *>(u"qt_msgbox_informativelabel"_s);
+            EXPECT_EQ(box->windowTitle(), u"Corvanta Monitor"_s);
+            EXPECT_FALSE(box->windowIcon().isNull());
+            EXPECT_GE(label->contentsRect().width(),
+                      label->fontMetrics().horizontalAdvance(sentence));
+            EXPECT_LE(box->width(), box->screen()->availableGeometry().width());
+            // Wrapped text is taller than the same text given all the room it wants.
+            EXPECT_EQ(label->heightForWidth(label->width()) > label->heightForWidth(100000),
+                      c.wraps);
+            if (c.answer == AlertFirstButtonReturn) {
+                box->defaultButton()->click();
+            } else {
+                QTest::keyClick(box, Qt::Key_Escape);
+            }
+            checked = true;
+        });
+        poll.start(10);
+        MessageBoxPrompt prompt;
+        const int answer = prompt.runModal(u"Do you want to start the Default Instance?"_s,
+                                           informative, u"Start"_s, u"Cancel"_s);
+        EXPECT_TRUE(checked);
+        EXPECT_EQ(answer, c.answer);
+        QCoreApplication::removeTranslator(&translator);
     }
 }
 

@@ -64,3 +64,19 @@ xs_screenshot() {
     mkdir -p "$work/screenshots"
     import -window root "$work/screenshots/$1.png" 2>/dev/null || true
 }
+
+# For test scripts, which keep the name of what they do in `step`: a
+# screenshot, the reason, and exit status 1.
+xs_fail() {
+    xs_screenshot "failure-$step"
+    echo "FAIL ($step): $*" >&2
+    exit 1
+}
+
+# Presses `key` n times in the menu: Down from the top, Up from the bottom.
+xs_choose() {
+    xs_open_menu || xs_fail "menu"
+    xs_screenshot "$step-menu"
+    xdotool key --repeat "$2" "$1"
+    xdotool key Return
+}

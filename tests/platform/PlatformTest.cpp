@@ -1,6 +1,7 @@
 #include "LinuxPlatform.h"
 #include "SingleInstance.h"
 #include "Translations.h"
+#include "app/Application.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -36,8 +37,13 @@ protected:
         QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner);
         return path;
     }
-    QString root(const QString &package) const {
-        return QUrl::fromLocalFile(tmp.path() + "/" + package).toString();
+    QString url(const QString &package, const QString &name = "corvanta-monitor") const {
+        const QString base = QFileInfo(tmp.path()).canonicalFilePath();
+        return QUrl::fromLocalFile(base + "/" + package + "/bin/" + name).toString();
+    }
+    QByteArray read(const QString &name) const {
+        QFile f(dir + "/" + name);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : "<unreadable>";
     }
     void entry(const QString &name, const QByteArray &exec, const QByteArray &extra = {}) {
         write(dir + "/" + name, "[Desktop Entry]\nType=Application\nExec=" + exec + "\n" + extra);
@@ -125,13 +131,14 @@ TEST_F(PlatformTest, AutostartListsDesktopFilesInNameOrderAndResolvesOnlyUsableE
     const QByteArray a = QFile::encodeName("\"" + program("pkg a", "prog") + "\"");
     program("pkg\"b", "p$q");
     const QByteArray b = QFile::encodeName(tmp.path()) + "/pkg\\\\\"b/bin/p\\\\$q\"";
+    ASSERT_TRUE(QFile::link(tmp.path() + "/pkg a/bin/prog", tmp.path() + "/link"));
     // Only the first [Desktop Entry] group counts, and in it the first key.
     write(dir + "/a.desktop", "\xEF\xBB\xBF# c\r\nExec=" + a + "\n[Other]\nExec=" + a +
                                   "\n[Desktop Entry]\r\nType = Application\nExec[de]=" + a +
                                   "\n  Exec =  \"" + b + "  \nExec=" + a +
                                   "\nHidden=false\nHidden=true\n[Desktop Entry]\n"
                                   "X-GNOME-Autostart-enabled=false\n");
-    entry("b.desktop", a + " %U");
+    entry("b.desktop", QFile::encodeName(tmp.path()) + "/link/../link %U");
     entry("B.desktop", "relative/bin/prog");
     entry("c.desktop", a, "Hidden=true\n");
     entry("d.desktop", a, "X-GNOME-Autostart-enabled=false\n");
@@ -144,10 +151,14 @@ TEST_F(PlatformTest, AutostartListsDesktopFilesInNameOrderAndResolvesOnlyUsableE
     // A FIFO must neither block the listing nor count.
     ASSERT_EQ(::mkfifo(QFile::encodeName(dir + "/l.desktop").constData(), 0600), 0);
     XdgAutostartList list(dir, "/x/bin/y");
-    EXPECT_EQ(describe(list), QString("B.desktop a.desktop=%1 b.desktop=%2 c.desktop d.desktop "
+    EXPECT_EQ(describe(list), QString("B.desktop a.desktop=%1 b.desktop c.desktop d.desktop "
                                       "e.desktop f.desktop g.desktop i.desktop j.desktop "
                                       "k.desktop l.desktop")
-                                  .arg(root("pkg\"b"), root("pkg a")));
+                                  .arg(url("pkg\"b", "p$q")));
+    // The link's parent is not a directory, so the path does not resolve;
+    // named plainly, a link resolves to the program it points at.
+    entry("b.desktop", QFile::encodeName(tmp.path()) + "/link %U");
+    EXPECT_TRUE(describe(list).contains(" b.desktop=" + url("pkg a", "prog") + " c.desktop"));
 }
 
 TEST_F(PlatformTest, AutostartInsertWritesAQuotedEntryAtomicallyThatReadsBack) {
@@ -155,46 +166,77 @@ TEST_F(PlatformTest, AutostartInsertWritesAQuotedEntryAtomicallyThatReadsBack) {
     const QString exe = program(package);
     XdgAutostartList list(dir, exe);
     EXPECT_EQ(describe(list), "");  // no directory yet: no login items
-    ASSERT_TRUE(list.insertFirst(XdgAutostartList::packageRootUrl(exe)));
+    EXPECT_FALSE(list.insertFirst(QUrl::fromLocalFile(program("other")), {}));
+    ASSERT_TRUE(list.insertFirst(*XdgAutostartList::programUrl(exe), {"--home", "/opt/a b"}));
     EXPECT_EQ(QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
               QStringList{"corvanta-monitor.desktop"});  // no temporary left
-    QFile written(dir + "/corvanta-monitor.desktop");
-    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
-    EXPECT_EQ(written.readAll(),
+    const QByteArray path =
+        QFile::encodeName(tmp.path()) + "/my \"pkg\" $HOME \\\\ 100%\\t`x`\\nend";
+    EXPECT_EQ(read("corvanta-monitor.desktop"),
               "[Desktop Entry]\nType=Application\nName=Corvanta Monitor\n"
-              "Comment=Watches the local Corvanta database servers\nExec=\"" +
-                  QFile::encodeName(tmp.path()) +
+              "Comment=Watches the local Corvanta database servers\nTryExec=" +
+                  path + "/bin/corvanta-monitor\nExec=\"" + QFile::encodeName(tmp.path()) +
                   "/my \\\\\"pkg\\\\\" \\\\$HOME \\\\\\\\ 100%%\\t\\\\`x\\\\`\\nend/bin/"
-                  "corvanta-monitor\"\nIcon=corvanta-monitor\nTerminal=false\n"
-                  "X-GNOME-Autostart-enabled=true\n");
-    EXPECT_EQ(describe(list), "corvanta-monitor.desktop=" + root(package));
+                  "corvanta-monitor\" --home \"/opt/a b\"\nIcon=corvanta-monitor\n"
+                  "Terminal=false\nX-GNOME-Autostart-enabled=true\n");
+    EXPECT_EQ(describe(list), "corvanta-monitor.desktop=" + url(package));
 }
 
 TEST_F(PlatformTest, AutostartEntryIsNumberedPastOthersRewrittenWhenOffAndRemovedAlone) {
     const QString exe = program("pkg");
-    entry("corvanta-monitor.desktop", QFile::encodeName(program("other")));
+    entry("corvanta-monitor.desktop", QFile::encodeName(program("pkg", "other")));
     write(dir + "/corvanta-monitor-2.desktop", "junk");
     XdgAutostartList list(dir, exe);
-    ASSERT_TRUE(list.insertFirst(root("pkg")));
-    const QString others = "corvanta-monitor.desktop=" + root("other");
+    const QUrl self = *XdgAutostartList::programUrl(exe);
+    ASSERT_TRUE(list.insertFirst(self, {}));
+    const QString others = "corvanta-monitor.desktop=" + url("pkg", "other");
     const QString all =
-        "corvanta-monitor-2.desktop corvanta-monitor-3.desktop=" + root("pkg") + " " + others;
+        "corvanta-monitor-2.desktop corvanta-monitor-3.desktop=" + url("pkg") + " " + others;
     EXPECT_EQ(describe(list), all);
     entry("corvanta-monitor-3.desktop", QFile::encodeName(exe), "Hidden=true\n");
-    ASSERT_TRUE(list.insertFirst(root("pkg")));
+    ASSERT_TRUE(list.insertFirst(self, {}));
     EXPECT_EQ(describe(list), all);
     const LoginItem item = list.snapshot()->at(1);
     ASSERT_TRUE(list.remove(item));
     EXPECT_FALSE(list.remove(item));
-    EXPECT_FALSE(list.remove(LoginItem{"../autostart/corvanta-monitor-2.desktop", {}}));
+    EXPECT_FALSE(list.remove(LoginItem{"../autostart/corvanta-monitor-2.desktop", self}));
     EXPECT_EQ(describe(list), "corvanta-monitor-2.desktop " + others);
+}
+
+// Many programs share one bin directory: another one's entry there is
+// neither shown as the monitor's nor ever touched.
+TEST_F(PlatformTest, StartAtLoginLeavesAnotherProgramsEntryInTheSameBinByteForByte) {
+    const QString exe = program("usr");
+    const QByteArray foreign = "[Desktop Entry]\nType=Application\nName=Other\nExec=" +
+                               QFile::encodeName(program("usr", "other-app")) + " --tray\n";
+    write(dir + "/other-app.desktop", foreign);
+    XdgAutostartList list(dir, exe);
+    const QUrl self = *XdgAutostartList::programUrl(exe);
+    QString marks;
+    for (const bool enabled : {true, false, true, false}) {
+        marks += Application::willStartAtLogin(self, list) ? "[x]" : "[ ]";
+        Application::setStartAtLogin(self, enabled, list, {"--home", "/opt/corvanta"});
+    }
+    marks += Application::willStartAtLogin(self, list) ? "[x]" : "[ ]";
+    EXPECT_EQ(marks, "[ ][x][ ][x][ ]");
+    EXPECT_EQ(read("other-app.desktop"), foreign);
+    EXPECT_FALSE(list.remove(LoginItem{"other-app.desktop", self}));
+
+    // Replaced by another program's entry after the snapshot: left alone.
+    Application::setStartAtLogin(self, true, list);
+    const QList<LoginItem> items = *list.snapshot();
+    write(dir + "/" + items.at(0).id, foreign);
+    EXPECT_FALSE(list.remove(items.at(0)));
+    EXPECT_EQ(read(items.at(0).id), foreign);
+    EXPECT_EQ(read("other-app.desktop"), foreign);
 }
 
 TEST_F(PlatformTest, AutostartUnderAPlainFileFailsCleanly) {
     write(tmp.path() + "/config", {});
-    XdgAutostartList list(dir, "/x/bin/y");
+    const QString exe = program("pkg");
+    XdgAutostartList list(dir, exe);
     EXPECT_EQ(describe(list), "<unreadable>");
-    EXPECT_FALSE(list.insertFirst(QUrl("file:///x")));
+    EXPECT_FALSE(list.insertFirst(*XdgAutostartList::programUrl(exe), {}));
 }
 
 }  // namespace

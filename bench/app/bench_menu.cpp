@@ -1,0 +1,188 @@
+// Time from a click on the tray icon to the menu on screen, with 1,000
+// instances, beside a bare QMenu with 1,000 plain items shown the same way.
+// The click rescans the installation and rebuilds the menu, as every opening
+// does; the bare menu is likewise filled afresh at each opening.
+
+#include "app/Application.h"
+#include "registry/CorvantaManager.h"
+#include "registry/SystemLog.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QMenu>
+#include <QTemporaryDir>
+#include <QWindow>
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <map>
+
+namespace {
+
+constexpr int kItems = 1000;
+
+struct NoDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
+    bool openUrl(const QUrl &) override { return true; }
+    bool openFile(const QString &) override { return true; }
+    std::optional<QList<LoginItem>> snapshot() override { return QList<LoginItem>(); }
+    bool insertFirst(const QUrl &, const QStringList &) override { return true; }
+    bool remove(const LoginItem &) override { return true; }
+    int runModal(const QString &, const QString &, const QString &, const QString &) override {
+        return 0;
+    }
+};
+
+// Shown: mapped and exposed, as far as the platform reports it; bounded.
+bool waitUntil(const std::function<bool()> &done) {
+    QElapsedTimer clock;
+    clock.start();
+    while (!done()) {
+        if (clock.elapsed() > 10000) {
+            return false;
+        }
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+    }
+    return true;
+}
+
+bool exposed(QMenu *menu) {
+    return menu->isVisible() && menu->windowHandle() && menu->windowHandle()->isExposed();
+}
+
+// Times `open` until `menu` is exposed, then closes it outside the timing.
+void timeOpening(benchmark::State &state, QMenu *&menu, const std::function<void()> &open) {
+    for (auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        open();
+        if (!waitUntil([&] { return menu && exposed(menu); })) {
+            state.SkipWithError("the menu did not show");
+            return;
+        }
+        const auto end = std::chrono::steady_clock::now();
+        state.SetIterationTime(std::chrono::duration<double>(end - start).count());
+        menu->hide();
+        // Until the platform has taken the window down, or the next opening
+        // would find it exposed from this one.
+        waitUntil([&] { return !menu->isVisible() && !menu->windowHandle()->isExposed(); });
+    }
+}
+
+}  // namespace
+
+// A friend of Application: clicks the icon as the tray would.
+struct ApplicationProbe {
+    static QMenu *menu(Application &app) { return app._menu.get(); }
+    static void click(Application &app) { app.statusItemActivated(QSystemTrayIcon::Trigger); }
+};
+
+namespace {
+
+// An installation of kItems stopped instances.
+bool makeInstallation(const QTemporaryDir &home) {
+    for (int i = 0; i < kItems; ++i) {
+        const QString dir =
+            home.path() + QStringLiteral("/instance%1").arg(i, 4, 10, QLatin1Char('0'));
+        QDir().mkpath(dir);
+        QFile ini(dir + QStringLiteral("/corvanta.ini"));
+        if (!ini.open(QIODevice::WriteOnly) || ini.write("[database]\n") < 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The rescan every opening does before the menu changes, on its own.
+void BM_Rescan(benchmark::State &state) {
+    QTemporaryDir home;
+    if (!makeInstallation(home)) {
+        state.SkipWithError("cannot write the installation");
+        return;
+    }
+    CorvantaManager manager;
+    manager.addSearchPath(home.path());
+    manager.allInstances();
+    for (auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        benchmark::DoNotOptimize(manager.allInstances());
+        state.SetIterationTime(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+}
+
+void BM_TrayMenu(benchmark::State &state) {
+    QTemporaryDir home;
+    if (!makeInstallation(home)) {
+        state.SkipWithError("cannot write the installation");
+        return;
+    }
+    qputenv("CORVANTA_HOME", home.path().toLocal8Bit());
+    NoDesktop desktop;
+    Application app(desktop, desktop, desktop);
+    app.applicationDidFinishLaunching();
+    QMenu *menu = ApplicationProbe::menu(app);
+    timeOpening(state, menu, [&] { ApplicationProbe::click(app); });
+    if (menu->actions().size() < kItems) {
+        state.SkipWithError("the menu does not list every instance");
+    }
+}
+
+void BM_BareMenu(benchmark::State &state) {
+    QMenu bare;
+    for (int i = 0; i < kItems; ++i) {
+        bare.addAction(
+            QStringLiteral("Start Instance 'instance%1'").arg(i, 4, 10, QLatin1Char('0')));
+    }
+    QMenu *menu = &bare;
+    timeOpening(state, menu, [&] { bare.popup(QPoint(0, 0)); });
+}
+
+BENCHMARK(BM_TrayMenu)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_BareMenu)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_Rescan)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run> &runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run &run : runs) {
+            if (run.run_type == Run::RT_Iteration && run.iterations > 0 && !run.error_occurred) {
+                times[run.run_name.function_name] =
+                    run.real_accumulated_time / double(run.iterations);
+            }
+        }
+    }
+    std::map<std::string, double> times;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    setSystemLogSink([](const QString &) {});
+    QApplication qapp(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const auto ours = reporter.times.find("BM_TrayMenu");
+    const auto bare = reporter.times.find("BM_BareMenu");
+    const auto rescan = reporter.times.find("BM_Rescan");
+    if (ours != reporter.times.end() && bare != reporter.times.end() &&
+        rescan != reporter.times.end()) {
+        std::printf(
+            "\nplatform %s: click to shown %.2f ms (of which rescan %.2f ms), "
+            "bare QMenu %.2f ms\nratio %.2fx; without the rescan %.2fx\n",
+            qPrintable(QGuiApplication::platformName()), ours->second * 1e3, rescan->second * 1e3,
+            bare->second * 1e3, ours->second / bare->second,
+            (ours->second - rescan->second) / bare->second);
+    }
+    benchmark::Shutdown();
+    return 0;
+}

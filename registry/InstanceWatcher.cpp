@@ -1,0 +1,269 @@
+#include "InstanceWatcher.h"
+
+#include "Paths.h"
+#include "SystemLog.h"
+
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <sys/inotify.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+const QString kConfigName = QStringLiteral("corvanta.ini");
+
+constexpr uint32_t kDirectoryEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
+                                      IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+constexpr uint32_t kSelfEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT;
+
+// A pidfd that stays readable while the record still reads the process as
+// alive belongs to a process that ended but that someone else must reap;
+// after this many tries it is left to the next menu opening.
+constexpr int kUnreapedLimit = 16;
+// One activation reads at most this many buffers; the notifier fires again.
+constexpr int kReadsPerActivation = 64;
+
+int openPidfd(qint32 pid) {
+    return int(::syscall(SYS_pidfd_open, pid_t(pid), 0));  // close-on-exec by definition
+}
+
+bool followsProcess(qint32 status) {
+    return status == ServerStatusStarting || status == ServerStatusRunning ||
+           status == ServerStatusStopping;
+}
+
+}  // namespace
+
+struct InstanceWatcher::Entry {
+    CorvantaInstancePtr instance;
+    qint32 pid = 0;  // the process followed (or tried); 0 for none
+    int pidfd = -1;
+    std::unique_ptr<QSocketNotifier> notifier;
+    int unreaped = 0;
+};
+
+InstanceWatcher::InstanceWatcher(QObject *parent) : QObject(parent) {
+    _inotify = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (_inotify < 0) {
+        systemLog(QStringLiteral("Cannot watch instance directories: %1")
+                      .arg(QString::fromLocal8Bit(std::strerror(errno))));
+        return;
+    }
+    _inotifyNotifier = std::make_unique<QSocketNotifier>(_inotify, QSocketNotifier::Read);
+    connect(_inotifyNotifier.get(), &QSocketNotifier::activated, this,
+            &InstanceWatcher::readInotify);
+}
+
+InstanceWatcher::~InstanceWatcher() {
+    for (const auto &entry : std::as_const(_entries)) {
+        releaseProcess(*entry);
+    }
+    _inotifyNotifier.reset();
+    if (_inotify >= 0) {
+        ::close(_inotify);
+    }
+}
+
+void InstanceWatcher::watch(const QList<CorvantaInstancePtr> &instances) {
+    QHash<QString, std::shared_ptr<Entry>> next;
+    for (const CorvantaInstancePtr &instance : instances) {
+        if (next.size() >= MaxInstances) {
+            systemLog(QStringLiteral("Watching the first %1 instances only").arg(MaxInstances));
+            break;
+        }
+        std::shared_ptr<Entry> entry = _entries.take(instance->directory());
+        if (!entry || entry->instance != instance) {
+            if (entry) {
+                releaseProcess(*entry);
+            }
+            entry = std::make_shared<Entry>();
+            entry->instance = instance;
+        }
+        next.insert(instance->directory(), entry);
+        followProcess(*entry);
+    }
+    for (const auto &gone : std::as_const(_entries)) {
+        releaseProcess(*gone);
+    }
+    _entries = std::move(next);
+    syncDirectories();
+}
+
+void InstanceWatcher::refreshNow(const CorvantaInstancePtr &instance) {
+    const std::shared_ptr<Entry> entry = _entries.value(instance->directory());
+    if (entry && entry->instance == instance) {
+        refreshEntry(*entry);
+    }
+}
+
+bool InstanceWatcher::watchesProcessOf(const CorvantaInstance *instance) const {
+    const std::shared_ptr<Entry> entry = _entries.value(instance->directory());
+    return entry && entry->pidfd >= 0 && entry->notifier && entry->notifier->isEnabled();
+}
+
+void InstanceWatcher::refreshEntry(Entry &entry) {
+    const CorvantaInstancePtr instance = entry.instance;  // a slot may replace the entry
+    instance->refresh();
+    followProcess(entry);
+    emit refreshed(instance);
+}
+
+void InstanceWatcher::followProcess(Entry &entry) {
+    const CorvantaInstance &instance = *entry.instance;
+    const qint32 wanted = followsProcess(instance.serverStatus()) ? instance.pid() : 0;
+    if (wanted == entry.pid) {
+        return;
+    }
+    releaseProcess(entry);
+    entry.pid = wanted;
+    if (wanted == 0) {
+        return;
+    }
+    entry.pidfd = openPidfd(wanted);
+    if (entry.pidfd < 0) {
+        if (errno == ESRCH) {
+            // Ended between the probe and here: one more refresh tells.
+            const QString key = instance.directory();
+            QTimer::singleShot(0, this, [this, key] { processEnded(key); });
+        } else {
+            systemLog(QStringLiteral("Cannot watch process %1: %2")
+                          .arg(wanted)
+                          .arg(QString::fromLocal8Bit(std::strerror(errno))));
+        }
+        return;
+    }
+    entry.notifier = std::make_unique<QSocketNotifier>(entry.pidfd, QSocketNotifier::Read);
+    const QString key = instance.directory();
+    connect(entry.notifier.get(), &QSocketNotifier::activated, this,
+            [this, key] { processEnded(key); });
+}
+
+void InstanceWatcher::releaseProcess(Entry &entry) {
+    if (entry.notifier) {
+        // Possibly inside its own activation.
+        entry.notifier->setEnabled(false);
+        entry.notifier.release()->deleteLater();
+    }
+    if (entry.pidfd >= 0) {
+        ::close(entry.pidfd);
+    }
+    entry.pidfd = -1;
+    entry.pid = 0;
+    entry.unreaped = 0;
+}
+
+void InstanceWatcher::processEnded(const QString &key) {
+    const std::shared_ptr<Entry> entry = _entries.value(key);
+    if (!entry) {
+        return;
+    }
+    const qint32 pid = entry->pid;
+    refreshEntry(*entry);
+    if (entry->pidfd >= 0 && entry->pid == pid && ++entry->unreaped >= kUnreapedLimit) {
+        entry->notifier->setEnabled(false);
+    }
+}
+
+QStringList InstanceWatcher::directoriesOf(const CorvantaInstance &instance) const {
+    QStringList dirs{instance.directory()};
+    if (const std::optional<QString> lock = instance.lockFile()) {
+        const QString lockDir = Paths::standardize(*lock + QStringLiteral("/.."));
+        if (!dirs.contains(lockDir)) {
+            dirs.append(lockDir);
+        }
+    }
+    return dirs;
+}
+
+void InstanceWatcher::syncDirectories() {
+    if (_inotify < 0) {
+        return;
+    }
+    QSet<QString> wanted;
+    for (const auto &entry : std::as_const(_entries)) {
+        if (entry->instance->entryStatus() != EntryStatusInvalid) {
+            for (const QString &dir : directoriesOf(*entry->instance)) {
+                wanted.insert(dir);
+            }
+        }
+    }
+    QHash<QString, int> next;
+    for (const QString &dir : std::as_const(wanted)) {
+        // Adding again is harmless and picks up a directory that was replaced.
+        const int wd = ::inotify_add_watch(_inotify, dir.toUtf8().constData(), kDirectoryEvents);
+        if (wd >= 0) {
+            next.insert(dir, wd);
+        } else if (errno != ENOENT && errno != ENOTDIR) {
+            systemLog(QStringLiteral("Cannot watch %1: %2")
+                          .arg(dir, QString::fromLocal8Bit(std::strerror(errno))));
+        }
+    }
+    const QList<int> kept = next.values();
+    for (auto it = _dirWatch.cbegin(); it != _dirWatch.cend(); ++it) {
+        if (!kept.contains(it.value())) {
+            ::inotify_rm_watch(_inotify, it.value());
+        }
+    }
+    _dirWatch = std::move(next);
+}
+
+void InstanceWatcher::readInotify() {
+    QHash<int, QStringList> dirsOf;
+    for (auto it = _dirWatch.cbegin(); it != _dirWatch.cend(); ++it) {
+        dirsOf[it.value()].append(it.key());
+    }
+    QSet<QString> touched;  // instance keys
+    bool resync = false;
+    alignas(struct inotify_event) char buffer[8192];
+    for (int round = 0; round < kReadsPerActivation; ++round) {
+        const ssize_t n = ::read(_inotify, buffer, sizeof buffer);
+        if (n <= 0) {
+            break;
+        }
+        for (ssize_t at = 0; at + ssize_t(sizeof(inotify_event)) <= n;) {
+            const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
+            at += ssize_t(sizeof(inotify_event)) + event->len;
+            const bool self = (event->mask & kSelfEvents) != 0;
+            if (event->mask & IN_Q_OVERFLOW) {
+                for (auto it = _entries.cbegin(); it != _entries.cend(); ++it) {
+                    touched.insert(it.key());
+                }
+                resync = true;
+                continue;
+            }
+            resync = resync || self;
+            const QStringList dirs = dirsOf.value(event->wd);
+            const QString name =
+                event->len > 0
+                    ? QString::fromUtf8(event->name, qsizetype(::strnlen(event->name, event->len)))
+                    : QString();
+            for (auto it = _entries.cbegin(); it != _entries.cend(); ++it) {
+                const CorvantaInstance &instance = *it.value()->instance;
+                const std::optional<QString> lock = instance.lockFile();
+                for (const QString &dir : dirs) {
+                    const bool ownDir = dir == instance.directory();
+                    const bool isLock = lock && Paths::standardize(Paths::append(dir, name)) ==
+                                                    Paths::standardize(*lock);
+                    const bool interesting = isLock || (ownDir && name == kConfigName) ||
+                                             (self && directoriesOf(instance).contains(dir));
+                    if (interesting) {
+                        touched.insert(it.key());
+                    }
+                }
+            }
+        }
+    }
+    for (const QString &key : std::as_const(touched)) {
+        if (const std::shared_ptr<Entry> entry = _entries.value(key)) {
+            refreshEntry(*entry);
+        }
+    }
+    if (resync || !touched.isEmpty()) {
+        syncDirectories();
+    }
+}

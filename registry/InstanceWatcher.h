@@ -1,0 +1,60 @@
+#pragma once
+
+#include "CorvantaInstance.h"
+
+#include <QHash>
+#include <QObject>
+#include <QSet>
+#include <QString>
+
+#include <memory>
+
+class QSocketNotifier;
+
+// Learns of server and lock-file changes from the kernel instead of polling:
+// a pidfd per live server process and inotify on instance directories and
+// the directories of their lock files. Every event runs the record's own
+// refresh(), so the status rules stay in one place; the refresh's
+// non-blocking waitpid reaps a server the monitor started as soon as it
+// ends. Nothing here runs a timer. Main thread only.
+class InstanceWatcher : public QObject {
+    Q_OBJECT
+
+public:
+    // Past this many instances, the rest are learnt when the menu opens.
+    static constexpr qsizetype MaxInstances = 256;
+
+    explicit InstanceWatcher(QObject *parent = nullptr);
+    ~InstanceWatcher() override;
+
+    // Replaces the watched set with (the first MaxInstances of) these records;
+    // watches of records no longer listed are released.
+    void watch(const QList<CorvantaInstancePtr> &instances);
+    // Refreshes a watched record now and follows its new process, if any.
+    void refreshNow(const CorvantaInstancePtr &instance);
+
+    qsizetype watchedCount() const { return _entries.size(); }
+    qsizetype directoryWatchCount() const { return _dirWatch.size(); }
+    bool watchesProcessOf(const CorvantaInstance *instance) const;
+
+signals:
+    // After every refresh that an event caused.
+    void refreshed(const CorvantaInstancePtr &instance);
+
+private:
+    struct Entry;
+
+    void readInotify();
+    void processEnded(const QString &key);
+    void refreshEntry(Entry &entry);
+    void followProcess(Entry &entry);
+    void releaseProcess(Entry &entry);
+    void syncDirectories();
+    QStringList directoriesOf(const CorvantaInstance &instance) const;
+
+    int _inotify = -1;
+    std::unique_ptr<QSocketNotifier> _inotifyNotifier;
+    // Keyed by the instance directory.
+    QHash<QString, std::shared_ptr<Entry>> _entries;
+    QHash<QString, int> _dirWatch;  // watched directory -> watch descriptor
+};

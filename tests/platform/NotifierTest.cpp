@@ -1,0 +1,94 @@
+#include "DBusNotifier.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct Recorded : Notifier {
+    void notify(const QString &title, const QString &body, const QList<NotificationAction> &,
+                std::function<void(const QString &)>) override {
+        lines << title + " | " + body;
+    }
+    QStringList lines;
+};
+
+// A private session bus, started and ended by the test.
+class PrivateBus : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (QStandardPaths::findExecutable("dbus-daemon").isEmpty())
+            GTEST_SKIP() << "dbus-daemon is not installed";
+        daemon.start("dbus-daemon", {"--session", "--nofork", "--print-address=1"});
+        ASSERT_TRUE(daemon.waitForStarted());
+        ASSERT_TRUE(QTest::qWaitFor([&] { return daemon.canReadLine(); }, 10000));
+        address = QString::fromUtf8(daemon.readLine().trimmed());
+    }
+    void TearDown() override {
+        QDBusConnection::disconnectFromBus("test");
+        for (QProcess *p : {&recorder, &daemon}) {
+            p->kill();
+            p->waitForFinished();
+        }
+    }
+    void startRecorder(const QStringList &extra = {}) {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("DBUS_SESSION_BUS_ADDRESS", address);
+        recorder.setProcessEnvironment(env);
+        recorder.start(NOTIFICATION_RECORDER, QStringList{tmp.filePath("shown")} + extra);
+        ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.canReadLine(); }, 10000));
+        ASSERT_EQ(recorder.readLine(), "ready\n");
+    }
+    QString shown() {
+        QFile file(tmp.filePath("shown"));
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    }
+    QDBusConnection bus() { return QDBusConnection::connectToBus(address, "test"); }
+
+    QTemporaryDir tmp;
+    QProcess daemon, recorder;
+    QString address;
+    Recorded fallback;
+};
+
+}  // namespace
+
+TEST_F(PrivateBus, NotificationsReachTheServiceAndItsActionsComeBack) {
+    startRecorder({"--invoke-first-action"});
+    DBusNotifier notifier(bus());
+    notifier.setFallback(&fallback);
+    QStringList chosen;
+    notifier.notify("Default Instance stopped", "The server was killed by signal 9.\nmore",
+                    {{"open-log", "Open Log"}, {"other", "Other"}},
+                    [&](const QString &key) { chosen << key; });
+    notifier.notify("plain", "no actions", {}, nullptr);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return !chosen.isEmpty() && shown().count('\n') == 2; }, 10000));
+    EXPECT_EQ(shown(),
+              "Default Instance stopped | The server was killed by signal 9.\\nmore | "
+              "open-log,other\nplain | no actions | \n");
+    EXPECT_EQ(chosen, QStringList{"open-log"});
+    EXPECT_TRUE(fallback.lines.isEmpty());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return notifier.pendingCount() == 0; }, 10000));
+}
+
+TEST_F(PrivateBus, WithoutAServiceTheFallbackShowsIt) {
+    DBusNotifier notifier(bus());
+    notifier.setFallback(&fallback);
+    notifier.notify("title", "body", {{"k", "K"}}, [](const QString &) {});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !fallback.lines.isEmpty(); }, 10000));
+    EXPECT_EQ(fallback.lines, QStringList{"title | body"});
+}
+
+int main(int argc, char **argv) {
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,89 @@
+// A notification server for tests: owns org.freedesktop.Notifications on the
+// session bus it is given, appends one line per notification to a file
+// (title | body | action keys, line breaks in the body shown as "\n"), and,
+// with --invoke-first-action, answers each notification at once as if the
+// user had chosen its first action. Prints "ready" once it owns the name.
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QFile>
+#include <QStringList>
+#include <QTimer>
+#include <QVariantMap>
+
+#include <cstdio>
+
+class Recorder : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    Recorder(QString file, bool invoke) : _file(std::move(file)), _invoke(invoke) {}
+
+public slots:
+    QStringList GetCapabilities() { return {QStringLiteral("actions"), QStringLiteral("body")}; }
+    QString GetServerInformation(QString &vendor, QString &version, QString &spec) {
+        vendor = QStringLiteral("test");
+        version = QStringLiteral("1");
+        spec = QStringLiteral("1.2");
+        return QStringLiteral("recorder");
+    }
+    uint Notify(const QString &, uint, const QString &, const QString &summary, const QString &body,
+                const QStringList &actions, const QVariantMap &, int) {
+        const uint id = ++_last;
+        QStringList keys;
+        for (qsizetype i = 0; i + 1 < actions.size(); i += 2) {
+            keys << actions[i];
+        }
+        QFile out(_file);
+        if (out.open(QIODevice::Append)) {
+            QString text = body;
+            out.write((summary + QStringLiteral(" | ") +
+                       text.replace(QLatin1Char('\n'), QStringLiteral("\\n")) +
+                       QStringLiteral(" | ") + keys.join(QLatin1Char(',')) + QLatin1Char('\n'))
+                          .toUtf8());
+        }
+        if (_invoke && !keys.isEmpty()) {
+            const QString key = keys.first();
+            QTimer::singleShot(0, this, [this, id, key] {
+                emit ActionInvoked(id, key);
+                emit NotificationClosed(id, 2);
+            });
+        }
+        return id;
+    }
+    void CloseNotification(uint id) { emit NotificationClosed(id, 3); }
+
+signals:
+    void ActionInvoked(uint id, const QString &key);
+    void NotificationClosed(uint id, uint reason);
+
+private:
+    QString _file;
+    bool _invoke;
+    uint _last = 0;
+};
+
+int main(int argc, char **argv) {
+    QCoreApplication app(argc, argv);
+    const QStringList args = app.arguments();
+    if (args.size() < 2) {
+        std::fprintf(stderr, "usage: notification_recorder FILE [--invoke-first-action]\n");
+        return 2;
+    }
+    Recorder recorder(args[1], args.contains(QStringLiteral("--invoke-first-action")));
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &recorder,
+                            QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) ||
+        !bus.registerService(QStringLiteral("org.freedesktop.Notifications"))) {
+        std::fprintf(stderr, "notification_recorder: cannot own the name: %s\n",
+                     qPrintable(bus.lastError().message()));
+        return 1;
+    }
+    std::printf("ready\n");
+    std::fflush(stdout);
+    return QCoreApplication::exec();
+}
+
+#include "notification_recorder.moc"

@@ -1,0 +1,102 @@
+#include "registry/CorvantaManager.h"
+#include "registry/InstanceWatcher.h"
+
+#include "Support.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+
+namespace {
+
+// Runs the event loop (never a refresh of its own) until `done` or 20 s.
+bool eventsUntil(const std::function<bool()> &done) {
+    const QDeadlineTimer deadline(20000);
+    while (!done() && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
+    return done();
+}
+
+int openDescriptors() {
+    return int(QDir("/proc/self/fd").entryList(QDir::NoDotAndDotDot | QDir::System).size());
+}
+
+}  // namespace
+
+class Watcher : public InstanceTest {
+protected:
+    void SetUp() override {
+        InstanceTest::SetUp();
+        record->isValid();
+        record->refresh();
+        watcher.watch({record});
+        QObject::connect(&watcher, &InstanceWatcher::refreshed,
+                         [this](const CorvantaInstancePtr &r) { seen.append(r->serverStatus()); });
+    }
+    // Status changes seen through events, repeats folded.
+    QList<qint32> changes() const {
+        QList<qint32> out;
+        for (const qint32 s : seen)
+            if (out.isEmpty() || out.last() != s)
+                out.append(s);
+        return out;
+    }
+
+    CorvantaInstancePtr record = CorvantaInstancePtr::create(dir);
+    InstanceWatcher watcher;
+    QList<qint32> seen;
+};
+
+// A server of someone else's: learnt through its lock file appearing and vanishing.
+TEST_F(Watcher, ForeignServerIsLearntFromItsLockFile) {
+    ProcessGuard foreign{forkSleeper()};
+    writeFile(lock, QByteArray::number(foreign.pid) + "\n");
+    ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusRunning; }));
+    EXPECT_EQ(record->pid(), foreign.pid);
+    ::kill(foreign.pid, SIGKILL);
+    ::waitpid(foreign.pid, nullptr, 0);  // we are its parent here, as its owner would be
+    foreign.pid = 0;
+    QFile::remove(lock);
+    ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusStopped; }));
+    EXPECT_EQ(changes(), QList<qint32>({ServerStatusRunning, ServerStatusStopped}));
+    EXPECT_FALSE(record->lastExitStatus().has_value());  // not ours to know
+}
+
+TEST_F(Watcher, VanishingOrReplacedDirectoryIsSurvivedAndReleased) {
+    const QString moved = at("moved");
+    ASSERT_EQ(::rename(local(dir), local(moved)), 0);
+    makeInstance(dir);  // a new directory in its place
+    ProcessGuard foreign{forkSleeper()};
+    writeFile(lock, QByteArray::number(foreign.pid));
+    ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusRunning; }));
+    ::kill(foreign.pid, SIGKILL);
+    ::waitpid(foreign.pid, nullptr, 0);
+    foreign.pid = 0;
+    removePath(dir);
+    removePath(moved);
+    ASSERT_TRUE(eventsUntil([&] { return record->entryStatus() == EntryStatusInvalid; }));
+    EXPECT_EQ(watcher.directoryWatchCount(), 0);
+}
+
+TEST_F(Watcher, WatchesAreBoundedAndReleased) {
+    const int before = openDescriptors();
+    QList<CorvantaInstancePtr> many;
+    for (int i = 0; i < InstanceWatcher::MaxInstances + 44; ++i) {
+        makeInstance(at(QString("many/%1").arg(i)));
+        many.append(CorvantaInstancePtr::create(at(QString("many/%1").arg(i))));
+        many.last()->refresh();
+    }
+    watcher.watch(many);
+    EXPECT_EQ(watcher.watchedCount(), InstanceWatcher::MaxInstances);
+    EXPECT_EQ(watcher.directoryWatchCount(), InstanceWatcher::MaxInstances);
+    EXPECT_EQ(log.filter("Watching the first 256 instances only").size(), 1);
+    watcher.watch({});
+    EXPECT_EQ(watcher.watchedCount(), 0);
+    EXPECT_EQ(watcher.directoryWatchCount(), 0);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+int main(int argc, char **argv) {
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
