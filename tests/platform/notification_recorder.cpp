@@ -23,10 +23,10 @@ public:
 
 public slots:
     QStringList GetCapabilities() { return {QStringLiteral("actions"), QStringLiteral("body")}; }
-    QString GetServerInformation(QString &vendor, QString &version, QString &spec) {
+    QString GetServerInformation(QString &vendor, QString &version, QString &protocolVersion) {
         vendor = QStringLiteral("test");
         version = QStringLiteral("1");
-        spec = QStringLiteral("1.2");
+        protocolVersion = QStringLiteral("1.2");
         return QStringLiteral("recorder");
     }
     uint Notify(const QString &, uint, const QString &, const QString &summary, const QString &body,
