@@ -3,13 +3,6 @@
 #include "registry/Installation.h"
 #include "registry/MonitorSettings.h"
 
-namespace {
-struct Files : InstanceTest {
-    using InstanceTest::readFile;
-    using InstanceTest::writeFile;
-};
-}  // namespace
-
 // Each row plants some of the places ("cmd", "env", "set", "opt", "lib", "pkg")
 // as directories and names the others anyway; the first planted one in the
 // lookup order wins, and every place up to it is reported as looked at.
@@ -69,16 +62,17 @@ TEST(MonitorSettings, WritingOneKeyKeepsTheRestAndRefusesWhatIsNotASettingsFile)
     QString error;
     EXPECT_FALSE(MonitorSettings::read(file, "home"));
     ASSERT_TRUE(MonitorSettings::write(file, "home", "/a", &error)) << error.toStdString();
-    Files::writeFile(file, Files::readFile(file) + "; mine\n[other]\nhome = /b\n");
+    InstanceTest::writeFile(file, InstanceTest::readFile(file) + "; mine\n[other]\nhome = /b\n");
     ASSERT_TRUE(MonitorSettings::write(file, "notifications", "off", &error));
     ASSERT_TRUE(MonitorSettings::write(file, "home", "/c", &error));
-    EXPECT_EQ(Files::readFile(file).toStdString(),
+    EXPECT_EQ(InstanceTest::readFile(file).toStdString(),
               "[monitor]\nhome          = /c\n; mine\nnotifications = off\n\n[other]\nhome = /b\n");
     EXPECT_EQ(MonitorSettings::read(file, "HOME"), "/c");
     EXPECT_FALSE(MonitorSettings::write(file, "home", "/x\n[evil]", &error));
 
     const QString big = tmp.filePath("big.ini");
-    Files::writeFile(big, "[monitor]\nhome=/x\n" + QByteArray(MonitorSettings::MaxFileSize, ';'));
+    InstanceTest::writeFile(big,
+                            "[monitor]\nhome=/x\n" + QByteArray(MonitorSettings::MaxFileSize, ';'));
     EXPECT_FALSE(MonitorSettings::read(big, "home"));
     EXPECT_FALSE(MonitorSettings::write(big, "home", "/y", &error));
     EXPECT_TRUE(error.contains(big)) << error.toStdString();

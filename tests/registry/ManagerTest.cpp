@@ -37,7 +37,8 @@ TEST_F(Manager, FindsTheSearchDirectoryAndItsImmediateSubdirectoriesLinksInclude
 TEST_F(Manager, UnlistableSearchDirectoryIsReportedOnceAndLeavesTheListWhileTheWalkGoesOn) {
     makeDir(search, 0777);
     const QString first = search + "/first", gone = search + "/gone", last = search + "/last";
-    const std::string answer = runUnprivileged([&] {
+    const QByteArray answer = inChild([&] {
+        becomeReader();
         makeInstance(first + "/a");
         makeInstance(gone + "/g");
         makeDir(last);
@@ -51,7 +52,7 @@ TEST_F(Manager, UnlistableSearchDirectoryIsReportedOnceAndLeavesTheListWhileTheW
         makeInstance(gone + "/back");  // nothing adds the directory back
         removePath(gone + "/g/corvanta.ini");
         out << scan() << manager.searchPaths().join(' ');
-        return (out + log).join(';').replace(search, "~").toStdString();
+        return (out + log).join(';').replace(search, "~").toUtf8();
     });
     EXPECT_EQ(answer,
               "~/first/a ~/gone/g;~/first/a ~/gone/g ~/last/new;~/first/a ~/last/new;"

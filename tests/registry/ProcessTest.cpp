@@ -58,8 +58,10 @@ TEST_F(ProcessControl, AnotherUsersServerReadsAsStoppedAndIsNotSignalled) {
         GTEST_SKIP() << "needs root to create a process of another user";
     ProcessGuard rootsProcess{forkSleeper()};
     writeFile(lock, QByteArray::number(rootsProcess.pid));
-    const std::string answer = runUnprivileged(
-        [&] { return instance.shutdown() ? "signalled" : log.join('|').toStdString(); });
-    EXPECT_EQ(answer, "stale .lck file detected: " + lock.toStdString());
+    const QByteArray answer = inChild([&] {
+        becomeReader();
+        return instance.shutdown() ? QByteArray("signalled") : log.join('|').toUtf8();
+    });
+    EXPECT_EQ(answer, "stale .lck file detected: " + lock.toUtf8());
     EXPECT_EQ(::waitpid(rootsProcess.pid, nullptr, WNOHANG), 0);  // alive
 }

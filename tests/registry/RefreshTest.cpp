@@ -93,9 +93,10 @@ using CanStart = InstanceTest;
 TEST_F(CanStart, NeedsReadAndWritePermissionOnTheDirectory) {
     makeDir(at("readonly"), 0555);
     makeDir(at("open"), 0777);
-    const std::string answer = runUnprivileged([&] {
-        return std::to_string(CorvantaInstance(at("readonly")).canStart()) +
-               std::to_string(CorvantaInstance(at("open")).canStart());
-    });
-    EXPECT_EQ(answer, "01");
+    EXPECT_EQ(inChild([&] {
+                  becomeReader();
+                  return QByteArray::number(CorvantaInstance(at("readonly")).canStart()) +
+                         QByteArray::number(CorvantaInstance(at("open")).canStart());
+              }),
+              "01");
 }

@@ -10,22 +10,22 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <grp.h>
+#include "../ForkedChild.h"
+
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <functional>
 #include <thread>
 
 struct ProcessGuard {
     pid_t pid = 0;
-    ~ProcessGuard() {
+    void end() {
         if (pid > 1 && ::kill(pid, SIGKILL) == 0)
             ::waitpid(pid, nullptr, 0);
+        pid = 0;
     }
+    ~ProcessGuard() { end(); }
 };
 
 struct ScopedEnv {
@@ -42,7 +42,7 @@ struct ScopedEnv {
 // An instance directory with the stand-in server as CORVANTA_BINARY, listening on no port so
 // tests can run side by side, and a record already probed as the manager does before any refresh.
 class InstanceTest : public ::testing::Test {
-protected:
+public:
     InstanceTest() {
         setSystemLogSink([this](const QString &line) { log.append(line); });
     }
@@ -94,25 +94,6 @@ protected:
         for (qsizetype i = 0; i < candidates.size(); ++i)
             writeFile(candidates[i], QByteArray::number(i + 1));
         return candidates.value(record.pidValueFromLockFile() - 1);
-    }
-    // What `body` answers in a forked child running as uid/gid 65534 (when root).
-    static std::string runUnprivileged(const std::function<std::string()> &body) {
-        int fds[2];
-        EXPECT_EQ(::pipe2(fds, O_CLOEXEC), 0);
-        const pid_t pid = ::fork();
-        if (pid == 0) {
-            if (::geteuid() == 0 &&
-                (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0))
-                ::_exit(2);
-            const std::string answer = body();
-            ::_exit(::write(fds[1], answer.data(), answer.size()) < 0);
-        }
-        ::close(fds[1]);
-        QFile pipe;
-        pipe.open(fds[0], QIODevice::ReadOnly, QFile::AutoCloseHandle);
-        const QByteArray answer = pipe.readAll();
-        ::waitpid(pid, nullptr, 0);
-        return answer.toStdString();
     }
 
     QTemporaryDir tmp;

@@ -52,9 +52,7 @@ TEST_F(Watcher, ForeignServerIsLearntFromItsLockFile) {
     writeFile(lock, QByteArray::number(foreign.pid) + "\n");
     ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusRunning; }));
     EXPECT_EQ(record->pid(), foreign.pid);
-    ::kill(foreign.pid, SIGKILL);
-    ::waitpid(foreign.pid, nullptr, 0);  // we are its parent here, as its owner would be
-    foreign.pid = 0;
+    foreign.end();  // reaped: we are its parent here, as its owner would be
     QFile::remove(lock);
     ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusStopped; }));
     EXPECT_EQ(changes(), QList<qint32>({ServerStatusRunning, ServerStatusStopped}));
@@ -68,9 +66,7 @@ TEST_F(Watcher, VanishingOrReplacedDirectoryIsSurvivedAndReleased) {
     ProcessGuard foreign{forkSleeper()};
     writeFile(lock, QByteArray::number(foreign.pid));
     ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusRunning; }));
-    ::kill(foreign.pid, SIGKILL);
-    ::waitpid(foreign.pid, nullptr, 0);
-    foreign.pid = 0;
+    foreign.end();
     removePath(dir);
     removePath(moved);
     ASSERT_TRUE(eventsUntil([&] { return record->entryStatus() == EntryStatusInvalid; }));
