@@ -450,8 +450,9 @@ TEST_F(StatusMenu, ExportsTheInstallationFoundOrChangesNothing) {
          "CORVANTA_HOME=$\nODBCINSTINI=$/bin/odbcinst.ini\nPATH=$/bin:/usr/bin\nsearch $\n"},
         {"", "PATH=/usr/bin ODBCINI=/etc/odbc.ini",
          "ODBCINI=/etc/odbc.ini\nPATH=/usr/bin\nlog Corvanta installation not found\n"
-         "Looked in: CORVANTA_HOME (unset), home= in @/monitor.ini (not set), $. Name the "
-         "installation with --home DIR, CORVANTA_HOME or corvanta-monitor --set-home DIR\n"},
+         "log Looked in: CORVANTA_HOME (unset), home= in @/monitor.ini (not set), $. Name the "
+         "installation with --home DIR, CORVANTA_HOME or corvanta-monitor --set-home DIR\n"
+         "search \n"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.env);
@@ -469,30 +470,23 @@ TEST_F(StatusMenu, ExportsTheInstallationFoundOrChangesNothing) {
                 writeFile(root.filePath(path), "[x]\n");
             }
         }
-        EXPECT_EQ(inChild([&] {
-                      ::clearenv();
-                      for (const QString &var : expand(c.env).split(u' ')) {
-                          qputenv(var.section(u'=', 0, 0).toUtf8().constData(),
-                                  var.section(u'=', 1).toUtf8());
-                      }
-                      QByteArray log;
-                      setSystemLogSink([&](const QString &line) { log += line.toUtf8() + '\n'; });
-                      app.setInstallationSources({std::nullopt,
-                                                  root.filePath(u"monitor.ini"_s),
-                                                  {},
-                                                  root.filePath(u"package"_s)});
-                      manager() = std::make_unique<CorvantaManager>();
-                      app.setupGlobalEnvironment();
-                      const QStringList vars =
-                          QProcessEnvironment::systemEnvironment().toStringList();
-                      QByteArray out = vars.join(u'\n').toUtf8() + '\n';
-                      out += log.isEmpty() ? "" : "log " + log;
-                      for (const QString &path : manager()->searchPaths()) {
-                          out += "search " + path.toUtf8() + '\n';
-                      }
-                      return out;
-                  }),
-                  expand(c.expected));
+        const QString got = QString::fromUtf8(inChild([&] {
+            ::clearenv();
+            for (const QString &var : expand(c.env).split(u' ')) {
+                qputenv(var.section(u'=', 0, 0).toUtf8().constData(),
+                        var.section(u'=', 1).toUtf8());
+            }
+            QByteArray log;
+            setSystemLogSink([&](const QString &line) { log += "log " + line.toUtf8() + '\n'; });
+            app.setInstallationSources(
+                {std::nullopt, root.filePath(u"monitor.ini"_s), {}, root.filePath(u"package"_s)});
+            manager() = std::make_unique<CorvantaManager>();
+            app.setupGlobalEnvironment();
+            const QStringList vars = QProcessEnvironment::systemEnvironment().toStringList();
+            return (vars.join(u'\n') + u'\n').toUtf8() + log + "search " +
+                   manager()->searchPaths().join(u' ').toUtf8() + '\n';
+        }));
+        EXPECT_EQ(got, expand(c.expected));
     }
 }
 

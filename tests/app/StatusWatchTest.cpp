@@ -162,9 +162,9 @@ protected:
         setSystemLogSink({});
     }
     // Starts the server as a confirmed menu item does; `knob` is set for the stand-in alone.
-    void start(const char *knob = nullptr) {
+    void start(const char *knob = nullptr, const char *value = "1") {
         if (knob) {
-            qputenv(knob, "1");
+            qputenv(knob, value);
         }
         ASSERT_TRUE(record->startup());
         if (knob) {
@@ -194,7 +194,7 @@ protected:
 
 TEST_F(Watch, ServerKilledFromOutsideIsToldOnceWithItsSignalUnlessSwitchedOff) {
     EXPECT_EQ(watch.iconState(), IconState::Stopped);
-    start();
+    start("CORVANTA_STANDIN_LOCK_DELAY_MS", "1000");  // long enough to be seen starting
     ASSERT_TRUE(reaches(ServerStatusRunning));
     const qint32 pid = record->pid();
     ::kill(pid, SIGKILL);

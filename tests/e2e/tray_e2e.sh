@@ -27,12 +27,6 @@ cleanup() {
     ((status != 0)) || rm -rf "$work"
 }
 trap cleanup EXIT
-confirm() {
-    xs_wait 5 xs_has_popup || xs_fail "no confirmation dialog"
-    sleep 0.3
-    xs_screenshot "$step-dialog"
-    xdotool key Return # the default button: Start or Stop
-}
 lock_pid() { tr -dc 0-9 2>/dev/null <"$lock" | head -c 10; }
 server_runs() { [[ $(readlink "/proc/$(lock_pid)/exe") == "$home/bin/corvanta" ]]; }
 monitor_gone() { ! kill -0 "$monitor_pid" 2>/dev/null; }
@@ -75,7 +69,7 @@ xs_wait 10 xs_tray_icon >/dev/null || xs_fail "the tray icon did not appear"
 
 step=start
 xs_choose Down "$position"
-confirm
+xs_confirm
 xs_wait 15 server_runs || xs_fail "the server did not start"
 server_pid=$(lock_pid)
 
@@ -94,7 +88,7 @@ xs_wait 5 test ! -e "$entry" || xs_fail "the autostart entry stayed"
 
 step=stop
 xs_choose Down "$position"
-confirm
+xs_confirm
 xs_wait 15 server_gone || xs_fail "the server did not stop"
 xs_wait 5 reaped || xs_fail "the stopped server stays a zombie"
 [[ ! -e $lock ]] || xs_fail "the lock file stayed"
@@ -103,7 +97,7 @@ step=crash # started from the menu, killed from outside, seen without opening th
 xs_wait 5 xs_no_popup || xs_fail "a window is still open"
 icon_shot stopped
 xs_choose Down "$position"
-confirm
+xs_confirm
 xs_wait 15 server_runs || xs_fail "the server did not start"
 server_pid=$(lock_pid)
 xs_wait 5 eval '! icon_is stopped' || xs_fail "the icon did not change when the server started"

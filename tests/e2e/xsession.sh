@@ -73,6 +73,19 @@ xs_fail() {
     exit 1
 }
 
+# Answers the confirmation with its default button (Start or Stop); keys reach the dialog
+# only once it has the focus.
+xs_dialog_focused() {
+    local focus
+    focus=$(xdotool getwindowfocus 2>/dev/null) || return 1
+    xdotool search --maxdepth 1 --onlyvisible --class '^corvanta-monitor$' 2>/dev/null | grep -qx "$focus"
+}
+xs_confirm() {
+    xs_wait 5 xs_dialog_focused || xs_fail "no confirmation dialog"
+    xs_screenshot "$step-dialog"
+    xdotool key Return
+}
+
 # Presses `key` n times in the menu: Down from the top, Up from the bottom.
 xs_choose() {
     xs_open_menu || xs_fail "menu"

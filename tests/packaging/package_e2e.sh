@@ -50,17 +50,6 @@ cleanup() {
     ((status != 0)) || rm -rf "$work"
 }
 trap cleanup EXIT
-# Keys reach the dialog only once it has the focus.
-dialog_focused() {
-    local focus
-    focus=$(xdotool getwindowfocus 2>/dev/null) || return 1
-    xdotool search --maxdepth 1 --onlyvisible --class '^corvanta-monitor$' 2>/dev/null | grep -qx "$focus"
-}
-confirm() {
-    xs_wait 5 dialog_focused || xs_fail "no confirmation dialog"
-    xs_screenshot "$step-dialog"
-    xdotool key Return
-}
 
 deb=$(PACKAGE_DIR=$package_dir "$root/scripts/package.sh" 2>"$work/package.log" | tail -n 1) ||
     xs_fail "scripts/package.sh: $(tail -n 20 "$work/package.log")"
@@ -109,7 +98,7 @@ for instance in $instances; do
     position=$((position + 1))
     step="start-$instance"
     xs_choose Down "$position"
-    confirm
+    xs_confirm
     xs_wait 15 server_runs "$instance" || xs_fail "$instance did not start"
 done
 

@@ -161,11 +161,15 @@ TEST_F(PlatformTest, AutostartListsDesktopFilesInNameOrderAndResolvesOnlyUsableE
     EXPECT_TRUE(describe(list).contains(" b.desktop=" + url("pkg a", "prog") + " c.desktop"));
 }
 
-TEST_F(PlatformTest, AutostartInsertWritesAQuotedEntryAtomicallyThatReadsBack) {
+TEST_F(PlatformTest, AutostartInsertWritesAQuotedEntryAtomicallyThatReadsBackOrFailsCleanly) {
     const QString package = "my \"pkg\" $HOME \\ 100%\t`x`\nend";
     const QString exe = program(package);
     XdgAutostartList list(dir, exe);
     EXPECT_EQ(describe(list), "");  // no directory yet: no login items
+    write(tmp.path() + "/plain", {});
+    XdgAutostartList blocked(tmp.path() + "/plain/autostart", exe);  // under a plain file
+    EXPECT_EQ(describe(blocked), "<unreadable>");
+    EXPECT_FALSE(blocked.insertFirst(*XdgAutostartList::programUrl(exe), {}));
     EXPECT_FALSE(list.insertFirst(QUrl::fromLocalFile(program("other")), {}));
     ASSERT_TRUE(list.insertFirst(*XdgAutostartList::programUrl(exe), {"--home", "/opt/a b"}));
     EXPECT_EQ(QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
@@ -229,14 +233,6 @@ TEST_F(PlatformTest, StartAtLoginLeavesAnotherProgramsEntryInTheSameBinByteForBy
     EXPECT_FALSE(list.remove(items.at(0)));
     EXPECT_EQ(read(items.at(0).id), foreign);
     EXPECT_EQ(read("other-app.desktop"), foreign);
-}
-
-TEST_F(PlatformTest, AutostartUnderAPlainFileFailsCleanly) {
-    write(tmp.path() + "/config", {});
-    const QString exe = program("pkg");
-    XdgAutostartList list(dir, exe);
-    EXPECT_EQ(describe(list), "<unreadable>");
-    EXPECT_FALSE(list.insertFirst(*XdgAutostartList::programUrl(exe), {}));
 }
 
 }  // namespace

@@ -46,8 +46,12 @@ protected:
     QList<qint32> seen;
 };
 
-// A server of someone else's: learnt through its lock file appearing and vanishing.
-TEST_F(Watcher, ForeignServerIsLearntFromItsLockFile) {
+// A server of someone else's, in a directory replaced under the watch: learnt through its lock
+// file appearing and vanishing, until the directory goes and its watch is released.
+TEST_F(Watcher, ForeignServerIsFollowedThroughAReplacedDirectoryUntilItGoes) {
+    const QString moved = at("moved");
+    ASSERT_EQ(::rename(local(dir), local(moved)), 0);
+    makeInstance(dir);  // a new directory in its place
     ProcessGuard foreign{forkSleeper()};
     writeFile(lock, QByteArray::number(foreign.pid) + "\n");
     ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusRunning; }));
@@ -57,16 +61,6 @@ TEST_F(Watcher, ForeignServerIsLearntFromItsLockFile) {
     ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusStopped; }));
     EXPECT_EQ(changes(), QList<qint32>({ServerStatusRunning, ServerStatusStopped}));
     EXPECT_FALSE(record->lastExitStatus().has_value());  // not ours to know
-}
-
-TEST_F(Watcher, VanishingOrReplacedDirectoryIsSurvivedAndReleased) {
-    const QString moved = at("moved");
-    ASSERT_EQ(::rename(local(dir), local(moved)), 0);
-    makeInstance(dir);  // a new directory in its place
-    ProcessGuard foreign{forkSleeper()};
-    writeFile(lock, QByteArray::number(foreign.pid));
-    ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusRunning; }));
-    foreign.end();
     removePath(dir);
     removePath(moved);
     ASSERT_TRUE(eventsUntil([&] { return record->entryStatus() == EntryStatusInvalid; }));
