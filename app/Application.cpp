@@ -165,8 +165,12 @@ void Application::menuWillOpen(QMenu *menu) {
     _keyEquivalents.assign(Qt::Key_Q, quit);
 }
 
-void Application::menuDidClose(QMenu * /*menu*/) {
+void Application::menuDidClose(QMenu *menu) {
     stopMenuUpdateTimer();
+    // The size fixed for an opening at the icon is that opening's; a menu the
+    // tray host pops up itself sizes itself.
+    menu->setMinimumSize(0, 0);
+    menu->setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
 }
 
 void Application::menuTimerFired(QMenu *menu) {
@@ -311,12 +315,16 @@ void Application::showMenuAtIcon() {
     const QSize size = _menu->sizeHint();
     const QRect place = screen ? trayMenuGeometry(icon, pointer, size, screen->availableGeometry())
                                : QRect(pointer, size);
+    // Qt lets a tall menu take the whole screen height, over the panel; it
+    // gets the room beside the icon instead and scrolls within it. The size is
+    // fixed before popup() rather than set after it: QMenu lays every item out
+    // again at each resize, which with many items costs as much as the rest of
+    // the opening. popup() may still move it; a move lays nothing out.
+    _menu->setFixedSize(place.size());
     _menuBuiltForPopup = true;
     _menu->popup(place.topLeft());
-    // Qt lets a tall menu take the whole screen height, over the panel; it
-    // gets the room beside the icon instead and scrolls within it.
+    _menuBuiltForPopup = false;
     if (_menu->geometry() != place) {
         _menu->setGeometry(place);
     }
-    _menuBuiltForPopup = false;
 }
