@@ -180,6 +180,16 @@ void CorvantaInstance::refresh() {
 }
 
 bool CorvantaInstance::isValid() {
+    // The common case first, without resolving the directory's links
+    // component by component: the kernel follows them to the same item, and
+    // an unchanged regular file needs nothing more. Anything else takes the
+    // resolved path, which messages name and the parser reads.
+    if (_cacheTime) {
+        const auto direct = Paths::attributesOfItem(Paths::append(_path, kConfigName));
+        if (direct && direct->isRegular() && Paths::sameTime(*_cacheTime, direct->mtime)) {
+            return true;
+        }
+    }
     const QString configPath = Paths::append(Paths::resolveSymlinks(_path), kConfigName);
     const auto info = Paths::attributesOfItem(configPath);
     if (!info) {
