@@ -20,7 +20,10 @@ namespace {
 
 // A "&" in an action's text marks a mnemonic; names show it literally.
 QString literalTitle(QString text) {
-    return text.replace(QLatin1Char('&'), QLatin1String("&&"));
+    if (text.contains(QLatin1Char('&'))) {
+        text.replace(QLatin1Char('&'), QLatin1String("&&"));
+    }
+    return text;
 }
 
 }  // namespace
@@ -111,6 +114,7 @@ void Application::menuWillOpen(QMenu *menu) {
         _manager ? _manager->allInstances() : QList<CorvantaInstancePtr>();
 
     stopMenuUpdateTimer();
+    _itemTitleFormats = translatedItemTitleFormats();
     _keyEquivalents.clear();
     menu->clear();
     _defaultInstance.reset();
@@ -192,34 +196,42 @@ void Application::menuTimerFired(QMenu *menu) {
     }
 }
 
+Application::ItemTitleFormats Application::translatedItemTitleFormats() {
+    return {tr("Start %1"), tr("%1: Starting"), tr("Stop %1"), tr("%1: Stopping"),
+            tr("%1: Unknown")};
+}
+
 void Application::updateMenuItem(QAction *item, CorvantaInstance *instance) {
-    QString format;
+    if (!_itemTitleFormats) {
+        _itemTitleFormats = translatedItemTitleFormats();
+    }
+    const ItemTitleFormats &formats = *_itemTitleFormats;
+    const QString *format = &formats.unknown;
     void (Application::*action)(QAction *) = nullptr;
     switch (instance->serverStatus()) {
         case ServerStatusStopped:
-            format = tr("Start %1");
+            format = &formats.start;
             if (instance->canStart()) {
                 action = &Application::startInstance;
             }
             break;
         case ServerStatusStarting:
-            format = tr("%1: Starting");
+            format = &formats.starting;
             break;
         case ServerStatusRunning:
             // Gated like starting: acting on an instance needs its directory writable.
-            format = tr("Stop %1");
+            format = &formats.stop;
             if (instance->canStart()) {
                 action = &Application::stopInstance;
             }
             break;
         case ServerStatusStopping:
-            format = tr("%1: Stopping");
+            format = &formats.stopping;
             break;
         default:
-            format = tr("%1: Unknown");
             break;
     }
-    item->setText(format.arg(literalTitle(instance->instanceName())));
+    item->setText(format->arg(literalTitle(instance->instanceName())));
     disconnect(item, &QAction::triggered, this, nullptr);
     if (action) {
         connect(item, &QAction::triggered, this, [this, item, action] { (this->*action)(item); });
