@@ -43,7 +43,11 @@ public:
     qint32 pid() const { return _pid; }
 
 private:
+    void setLockFile(const QString &path);
+
     QString _path;
+    // On-disk forms of the paths every refresh asks about.
+    QByteArray _nativePath, _nativeConfigPath, _nativeLckFile;
     std::optional<QString> _lckFile;
     std::optional<QString> _logFile;
     qint32 _pid = 0;
