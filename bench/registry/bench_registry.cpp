@@ -197,7 +197,8 @@ void BM_Floor_AllInstances_Repeated(benchmark::State &state) {
         const auto names = listCalls(search);
         isDir(search.c_str());
         probeCalls(search);  // the search directory itself is no instance
-        for (const std::string &name : names) {  // all cached: no directory test
+        // Every entry is cached: no directory test.
+        for (const std::string &name : names) {
             if (cache.find(name) == cache.end() && isDir(name.c_str()))
                 probeCalls(name);
         }
