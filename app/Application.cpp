@@ -23,7 +23,10 @@ namespace {
 
 // A "&" in an action's text marks a mnemonic; names show it literally.
 QString literalTitle(QString text) {
-    return text.replace(QLatin1Char('&'), QLatin1String("&&"));
+    if (text.contains(QLatin1Char('&'))) {
+        text.replace(QLatin1Char('&'), QLatin1String("&&"));
+    }
+    return text;
 }
 
 }  // namespace
@@ -116,6 +119,7 @@ void Application::menuWillOpen(QMenu *menu) {
         _manager ? _manager->allInstances() : QList<CorvantaInstancePtr>();
 
     stopMenuUpdateTimer();
+    _itemTitleFormats = translatedItemTitleFormats();
     _keyEquivalents.clear();
     menu->clear();
     _defaultInstance.reset();
@@ -193,8 +197,12 @@ Notifier &Application::trayNotifier() {
     return *_trayNotifier;
 }
 
-void Application::menuDidClose(QMenu * /*menu*/) {
+void Application::menuDidClose(QMenu *menu) {
     stopMenuUpdateTimer();
+    // The size fixed for an opening at the icon is that opening's; a menu the
+    // tray host pops up itself sizes itself.
+    menu->setMinimumSize(0, 0);
+    menu->setMaximumSize(QWIDGETSIZE_MAX, QWIDGETSIZE_MAX);
 }
 
 void Application::menuTimerFired(QMenu *menu) {
@@ -216,34 +224,42 @@ void Application::menuTimerFired(QMenu *menu) {
     }
 }
 
+Application::ItemTitleFormats Application::translatedItemTitleFormats() {
+    return {tr("Start %1"), tr("%1: Starting"), tr("Stop %1"), tr("%1: Stopping"),
+            tr("%1: Unknown")};
+}
+
 void Application::updateMenuItem(QAction *item, CorvantaInstance *instance) {
-    QString format;
+    if (!_itemTitleFormats) {
+        _itemTitleFormats = translatedItemTitleFormats();
+    }
+    const ItemTitleFormats &formats = *_itemTitleFormats;
+    const QString *format = &formats.unknown;
     void (Application::*action)(QAction *) = nullptr;
     switch (instance->serverStatus()) {
         case ServerStatusStopped:
-            format = tr("Start %1");
+            format = &formats.start;
             if (instance->canStart()) {
                 action = &Application::startInstance;
             }
             break;
         case ServerStatusStarting:
-            format = tr("%1: Starting");
+            format = &formats.starting;
             break;
         case ServerStatusRunning:
             // Gated like starting: acting on an instance needs its directory writable.
-            format = tr("Stop %1");
+            format = &formats.stop;
             if (instance->canStart()) {
                 action = &Application::stopInstance;
             }
             break;
         case ServerStatusStopping:
-            format = tr("%1: Stopping");
+            format = &formats.stopping;
             break;
         default:
-            format = tr("%1: Unknown");
             break;
     }
-    item->setText(format.arg(literalTitle(instance->instanceName())));
+    item->setText(format->arg(literalTitle(instance->instanceName())));
     disconnect(item, &QAction::triggered, this, nullptr);
     if (action) {
         connect(item, &QAction::triggered, this, [this, item, action] { (this->*action)(item); });
@@ -340,12 +356,16 @@ void Application::showMenuAtIcon() {
     const QSize size = _menu->sizeHint();
     const QRect place = screen ? trayMenuGeometry(icon, pointer, size, screen->availableGeometry())
                                : QRect(pointer, size);
+    // Qt lets a tall menu take the whole screen height, over the panel; it
+    // gets the room beside the icon instead and scrolls within it. The size is
+    // fixed before popup() rather than set after it: QMenu lays every item out
+    // again at each resize, which with many items costs as much as the rest of
+    // the opening. popup() may still move it; a move lays nothing out.
+    _menu->setFixedSize(place.size());
     _menuBuiltForPopup = true;
     _menu->popup(place.topLeft());
-    // Qt lets a tall menu take the whole screen height, over the panel; it
-    // gets the room beside the icon instead and scrolls within it.
+    _menuBuiltForPopup = false;
     if (_menu->geometry() != place) {
         _menu->setGeometry(place);
     }
-    _menuBuiltForPopup = false;
 }

@@ -14,6 +14,7 @@
 #include <QUrl>
 
 #include <memory>
+#include <optional>
 
 class QAction;
 class QMenu;
@@ -86,6 +87,13 @@ protected:
     void timerEvent(QTimerEvent *event) override;
 
 private:
+    // The instance items' title formats, translated once per opening rather
+    // than once per item and tick.
+    struct ItemTitleFormats {
+        QString start, starting, stop, stopping, unknown;
+    };
+    static ItemTitleFormats translatedItemTitleFormats();
+
     void stopMenuUpdateTimer();
     void statusItemActivated(QSystemTrayIcon::ActivationReason reason);
     void showMenuAtIcon();
@@ -99,6 +107,7 @@ private:
     QBasicTimer _menuUpdateTimer;
     bool _inModalDialog = false;
     CorvantaInstancePtr _defaultInstance;
+    std::optional<ItemTitleFormats> _itemTitleFormats;  // of the last opening
 
     std::unique_ptr<QStyle> _menuStyle;  // outlives the menus using it
     std::unique_ptr<QMenu> _menu;

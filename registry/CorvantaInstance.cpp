@@ -99,7 +99,10 @@ QMap<QString, QString> readDatabaseSection(const QString &configPath) {
 }  // namespace
 
 CorvantaInstance::CorvantaInstance(const QString &path)
-    : _path(path), _displayName(Paths::displayName(path)) {
+    : _path(path),
+      _nativePath(path.toUtf8()),
+      _nativeConfigPath(Paths::append(path, kConfigName).toUtf8()),
+      _displayName(Paths::displayName(path)) {
     _isDefault = _displayName == QLatin1String("database");
 }
 
@@ -119,7 +122,7 @@ qint32 CorvantaInstance::pidValueFromLockFile() const {
         return 0;
     }
     const QString &path = *_lckFile;
-    const auto target = Paths::attributesOfTarget(path);
+    const auto target = Paths::attributesOfTarget(_nativeLckFile);
     if (!target || target->isDirectory()) {
         return 0;
     }
@@ -222,6 +225,16 @@ void CorvantaInstance::refresh() {
 }
 
 bool CorvantaInstance::isValid() {
+    // The common case first, without resolving the directory's links
+    // component by component: the kernel follows them to the same item, and
+    // an unchanged regular file needs nothing more. Anything else takes the
+    // resolved path, which messages name and the parser reads.
+    if (_cacheTime) {
+        const auto direct = Paths::attributesOfItem(_nativeConfigPath);
+        if (direct && direct->isRegular() && Paths::sameTime(*_cacheTime, direct->mtime)) {
+            return true;
+        }
+    }
     const QString configPath = Paths::append(Paths::resolveSymlinks(_path), kConfigName);
     const auto info = Paths::attributesOfItem(configPath);
     if (!info) {
@@ -250,13 +263,18 @@ bool CorvantaInstance::isValid() {
         }
         return *it;
     };
-    _lckFile = qualify(setting(QStringLiteral("lockfile")), QStringLiteral("corvanta.lck"));
+    setLockFile(qualify(setting(QStringLiteral("lockfile")), QStringLiteral("corvanta.lck")));
     _logFile = qualify(setting(QStringLiteral("errorlogfile")), QStringLiteral("corvanta.log"));
     return true;
 }
 
 bool CorvantaInstance::canStart() const {
-    return ::access(_path.toUtf8().constData(), R_OK | W_OK) == 0;
+    return ::access(_nativePath.constData(), R_OK | W_OK) == 0;
+}
+
+void CorvantaInstance::setLockFile(const QString &path) {
+    _lckFile = path;
+    _nativeLckFile = path.toUtf8();
 }
 
 qint32 CorvantaInstance::launchExecutable(const QString &executable, const QStringList &options,

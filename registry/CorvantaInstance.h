@@ -53,7 +53,11 @@ public:
     std::optional<int> lastExitStatus() const { return _lastExitStatus; }
 
 private:
+    void setLockFile(const QString &path);
+
     QString _path;
+    // On-disk forms of the paths every refresh asks about.
+    QByteArray _nativePath, _nativeConfigPath, _nativeLckFile;
     std::optional<QString> _lckFile;
     std::optional<QString> _logFile;
     qint32 _pid = 0;

@@ -17,10 +17,10 @@ void CorvantaManager::addSearchPath(const QString &path) {
 }
 
 void CorvantaManager::watchDirectory(const QString &path) {
-    if (!isDirectory(path)) {
-        return;
-    }
-    if (_instances.contains(path)) {
+    // A cached path is left alone whether or not it is still a directory, so
+    // the cache is asked first and spares the directory test; the record's
+    // refresh finds out whether it is still an instance.
+    if (_instances.contains(path) || !isDirectory(path)) {
         return;
     }
     auto instance = CorvantaInstancePtr::create(path);

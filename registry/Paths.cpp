@@ -112,16 +112,24 @@ ItemInfo fromStat(const struct stat &st) {
 }  // namespace
 
 std::optional<ItemInfo> attributesOfItem(const QString &path) {
+    return attributesOfItem(path.toUtf8());
+}
+
+std::optional<ItemInfo> attributesOfTarget(const QString &path) {
+    return attributesOfTarget(path.toUtf8());
+}
+
+std::optional<ItemInfo> attributesOfItem(const QByteArray &nativePath) {
     struct stat st;
-    if (::lstat(path.toUtf8().constData(), &st) != 0) {
+    if (::lstat(nativePath.constData(), &st) != 0) {
         return std::nullopt;
     }
     return fromStat(st);
 }
 
-std::optional<ItemInfo> attributesOfTarget(const QString &path) {
+std::optional<ItemInfo> attributesOfTarget(const QByteArray &nativePath) {
     struct stat st;
-    if (::stat(path.toUtf8().constData(), &st) != 0) {
+    if (::stat(nativePath.constData(), &st) != 0) {
         return std::nullopt;
     }
     return fromStat(st);

@@ -47,6 +47,10 @@ struct ItemInfo {
 std::optional<ItemInfo> attributesOfItem(const QString &path);
 // stat: follows symbolic links.
 std::optional<ItemInfo> attributesOfTarget(const QString &path);
+// The same for a path already in its on-disk (UTF-8) form, for callers that
+// ask about the same path again and again.
+std::optional<ItemInfo> attributesOfItem(const QByteArray &nativePath);
+std::optional<ItemInfo> attributesOfTarget(const QByteArray &nativePath);
 
 bool sameTime(const struct timespec &a, const struct timespec &b);
 

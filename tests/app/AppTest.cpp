@@ -313,6 +313,27 @@ TEST_F(StatusMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
     EXPECT_EQ(builds, 1);
 }
 
+// An opening at the icon keeps the menu to the room it got there; once closed,
+// a menu the tray host pops up itself takes its own size again.
+TEST_F(StatusMenu, IconOpeningSizeLastsOnlyUntilTheMenuCloses) {
+    for (int i = 0; i < 60; ++i) {
+        addInstance(u"i%1"_s.arg(i));
+    }
+    QMenu *tray = trayMenu();
+    clickIcon();
+    ASSERT_TRUE(tray->isVisible());
+    const QRect opened = tray->geometry();
+    EXPECT_TRUE(tray->screen()->availableGeometry().contains(opened));
+    tray->hide();
+    for (int i = 1; i < 60; ++i) {
+        EXPECT_TRUE(QDir(home + u"/i%1"_s.arg(i)).removeRecursively());
+    }
+    tray->popup(QPoint(0, 0));
+    ASSERT_TRUE(tray->isVisible());
+    EXPECT_EQ(describe(*tray), u"+ Start Instance 'i0'\n"_s + fixedItems());
+    EXPECT_LT(tray->height(), opened.height());
+}
+
 TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
     const QStringList dirs = {home, addInstance(u"busy+run"_s), addInstance(u"idle"_s)};
     for (const QString &dir : dirs) {

@@ -14,6 +14,39 @@ TEST_F(ConfigProbe, OnlyARegularIniReachedThroughTheDirectoryMakesItValid) {
     EXPECT_EQ(log, QStringList({real + "/linked/corvanta.ini is not a regular file - skipped"}));
 }
 
+// Once probed, a record reached through a link still judges whatever the link
+// reaches at each probe, even an item with the cached modification time, and
+// names the resolved path.
+TEST_F(ConfigProbe, ProbedRecordJudgesWhatItsDirectoryLinkReachesNow) {
+    const QString link = at("via-link"), real = Paths::resolveSymlinks(tmp.path());
+    makeLink(dir, link);
+    CorvantaInstance record(link);
+    ASSERT_TRUE(record.isValid());
+    struct stat probed {};
+    ASSERT_EQ(::stat(local(dir + "/corvanta.ini"), &probed), 0);
+    const struct timespec sameTime[2] = {probed.st_mtim, probed.st_mtim};
+    makeInstance(at("other"));
+    makeLink(at("other/corvanta.ini"), at("ini-link/corvanta.ini"));
+    makeDir(at("ini-dir/corvanta.ini"));
+    makeDir(at("empty"));
+    const std::tuple<const char *, bool, QString> rows[] = {
+        {"ini-link", false, real + "/ini-link/corvanta.ini is not a regular file - skipped"},
+        {"ini-dir", false, real + "/ini-dir/corvanta.ini is not a regular file - skipped"},
+        {"empty", false, {}},
+        {"inst", true, {}},
+    };
+    for (const auto &[target, valid, message] : rows) {
+        log.clear();
+        for (const char *item :
+             {"other/corvanta.ini", "ini-link/corvanta.ini", "ini-dir/corvanta.ini"})
+            ::utimensat(AT_FDCWD, local(at(item)), sameTime, AT_SYMLINK_NOFOLLOW);
+        removePath(link);
+        makeLink(at(target), link);
+        EXPECT_EQ(record.isValid(), valid) << target;
+        EXPECT_EQ(log.join('\n'), message);
+    }
+}
+
 TEST_F(ConfigProbe, FirstDatabaseSectionIsCachedByFullPrecisionModificationTimeUntilTheIniGoes) {
     const QString ini = dir + "/corvanta.ini";
     const QStringList candidates = {dir + "/one.lck", dir + "/two.lck"};
