@@ -72,26 +72,21 @@ TEST(ServerTransitions, OnlyEndsNobodyHereAskedForAreTold) {
     }
 }
 
+// Rows in order, each rewriting the file; no file at all comes first.
 TEST(Preferences, NotificationsAreOnUnlessSetOff) {
     QTemporaryDir tmp;
     const QString file = tmp.filePath(u"monitor.ini"_s);
     QStringList log;
     setSystemLogSink([&](const QString &line) { log << line; });
-    EXPECT_TRUE(notificationsWanted(file));  // no file
-    const struct {
-        const char *content;
-        bool wanted;
-    } cases[] = {
-        {"[monitor]\nnotifications = Off\n", false},
-        {"[other]\nnotifications=off\n", true},
-        {"[monitor]\nnotifications=maybe\n", true},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.content);
+    const std::pair<const char *, bool> cases[] = {{nullptr, true},
+                                                   {"[monitor]\nnotifications = Off\n", false},
+                                                   {"[other]\nnotifications=off\n", true},
+                                                   {"[monitor]\nnotifications=maybe\n", true}};
+    for (const auto &[content, wanted] : cases) {
         QFile out(file);
-        ASSERT_TRUE(out.open(QIODevice::WriteOnly) && out.write(c.content) > 0);
+        ASSERT_TRUE(!content || (out.open(QIODevice::WriteOnly) && out.write(content) > 0));
         out.close();
-        EXPECT_EQ(notificationsWanted(file), c.wanted);
+        EXPECT_EQ(notificationsWanted(file), wanted) << (content ? content : "no file");
     }
     setSystemLogSink({});
     EXPECT_EQ(log, QStringList{file + u": notifications=maybe is neither on nor off; "

@@ -1,6 +1,7 @@
 // The commands through the real binary, with the stand-in server in a
 // temporary installation and no display in the environment.
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QJsonDocument>
@@ -8,13 +9,11 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <signal.h>
 
 #include <gtest/gtest.h>
-
-#include <chrono>
-#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -55,12 +54,10 @@ protected:
         }
     }
     static bool within(int seconds, const std::function<bool()> &done) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-        while (!done()) {
-            if (std::chrono::steady_clock::now() > deadline) {
+        for (QDeadlineTimer deadline(seconds * 1000); !done(); QThread::msleep(20)) {
+            if (deadline.hasExpired()) {
                 return false;
             }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
         return true;
     }
