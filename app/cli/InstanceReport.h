@@ -1,9 +1,9 @@
 #pragma once
 
+#include "JsonText.h"
 #include "registry/CorvantaInstance.h"
 
 #include <QCoreApplication>
-#include <QJsonObject>
 #include <QList>
 #include <QString>
 
@@ -25,9 +25,9 @@ public:
     // `isDefault`: whether it is the instance "default" names.
     static InstanceReport of(const CorvantaInstance &instance, bool isDefault);
 
-    // Keys: instance, name, directory, default, state, pid (null when not
-    // known), logFile (null when there is none).
-    QJsonObject toJson() const;
+    // One object with the keys instance, name, directory, default, state,
+    // pid (null when not known) and logFile (null when there is none).
+    void appendJson(JsonText &json) const;
 
     // "stopped", "starting", "running", "stopping" or "unknown": the stable
     // words of the JSON output and of the exit status's meaning.
