@@ -1,6 +1,5 @@
 #include "CommandLine.h"
 
-#include "Application.h"
 #include "registry/MonitorSettings.h"
 #include "registry/Paths.h"
 
@@ -83,8 +82,7 @@ QString helpText() {
                 "\nExit status: 0 success, 1 failure, 2 usage error, 3 not running,\n"
                 "4 no such instance, 5 timeout.\n")
                 .arg(MonitorSettings::defaultFile(),
-                     Paths::append(Application::defaultPackageRoot(),
-                                   QStringLiteral("Contents/corvanta")));
+                     Paths::append(programPackageRoot(), QStringLiteral("Contents/corvanta")));
     return text;
 }
 
@@ -200,7 +198,7 @@ int runCommandLine(const CommandLine &commandLine) {
         case CommandLine::Action::SetHome:
             return setHome(commandLine.setHome);
         case CommandLine::Action::RunCommand:
-            return runCommand(commandLine.request, Application::defaultPackageRoot());
+            return runCommand(commandLine.request, programPackageRoot());
         case CommandLine::Action::UsageError:
             return usageError(commandLine.errorText());
         case CommandLine::Action::RunTray:

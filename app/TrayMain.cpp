@@ -1,9 +1,9 @@
 #include "TrayMain.h"
 
 #include "Application.h"
-#include "CommandLine.h"
 #include "MessageBoxPrompt.h"
 #include "TerminationSignals.h"
+#include "cli/Output.h"
 #include "platform/DBusNotifier.h"
 #include "platform/LinuxPlatform.h"
 #include "platform/SingleInstance.h"
@@ -66,7 +66,7 @@ private:
 
 }  // namespace
 
-int runTray(int &argc, char **argv, const CommandLine &commandLine) {
+int runTray(int &argc, char **argv, const std::optional<QString> &home) {
     if (needsDisplay() && qEnvironmentVariableIsEmpty("DISPLAY") &&
         qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
         printError(noDisplayLine());
@@ -98,7 +98,7 @@ int runTray(int &argc, char **argv, const CommandLine &commandLine) {
     notifier.setFallback(&application->trayNotifier());
     application->setNotifier(&notifier);
     application->setInstallationSources(
-        InstallationSources::standard(commandLine.home, Application::defaultPackageRoot()));
+        InstallationSources::standard(home, Application::defaultPackageRoot()));
     QTimer::singleShot(0, application.get(), &Application::applicationDidFinishLaunching);
     const TerminationSignals termination;
     QApplication::exec();

@@ -1,9 +1,8 @@
 #include "CommandLine.h"
-#include "TrayMain.h"
+#include "TrayLoader.h"
 #include "platform/Translations.h"
 
 #include <QCoreApplication>
-#include <QGuiApplication>
 
 int main(int argc, char *argv[]) {
     QStringList arguments;
@@ -12,10 +11,9 @@ int main(int argc, char *argv[]) {
     }
     QCoreApplication::setApplicationName(QStringLiteral("corvanta-monitor"));
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVANTA_VERSION));
-    QGuiApplication::setDesktopFileName(QStringLiteral("com.nordelix.CorvantaMonitor"));
     const CommandLine commandLine = CommandLine::parse(arguments);
     if (commandLine.action == CommandLine::Action::RunTray) {
-        return runTray(argc, argv, commandLine);
+        return runTrayModule(argc, argv, commandLine.home);
     }
     // Everything else runs without a display.
     QCoreApplication app(argc, argv);

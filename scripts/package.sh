@@ -13,6 +13,7 @@ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=None \
     -DCMAKE_C_FLAGS="$(dpkg-buildflags --get CFLAGS) $cppflags" \
     -DCMAKE_CXX_FLAGS="$(dpkg-buildflags --get CXXFLAGS) $cppflags" \
     -DCMAKE_EXE_LINKER_FLAGS="$(dpkg-buildflags --get LDFLAGS)" \
+    -DCMAKE_MODULE_LINKER_FLAGS="$(dpkg-buildflags --get LDFLAGS)" \
     -DCMAKE_INSTALL_PREFIX=/usr -DCORVANTA_TESTS=OFF -DCORVANTA_BENCH=OFF \
     -DCORVANTA_WERROR=ON "$@" >/dev/null
 cmake --build "$build" -j "$(nproc)" --target corvanta-monitor corvanta_package_docs >&2

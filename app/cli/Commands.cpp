@@ -5,11 +5,15 @@
 #include "Output.h"
 #include "registry/CorvantaManager.h"
 #include "registry/Installation.h"
+#include "registry/Paths.h"
 
 #include <QDeadlineTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QThread>
+
+#include <cerrno>
+#include <cstring>
 
 namespace {
 
@@ -17,11 +21,26 @@ namespace {
 // costs one refresh (a stat or a signal-0 probe).
 constexpr qint64 kPollIntervalMs = 50;
 
-void printJson(const QJsonObject &object) {
-    const QByteArray bytes = QJsonDocument(object).toJson(QJsonDocument::Indented);
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout);
-    std::fflush(stdout);
-}
+struct JsonOutput {
+    Q_DECLARE_TR_FUNCTIONS(JsonOutput)
+
+public:
+    // One document, ending in a line break, in one write where the system
+    // allows; a failed write is a failure of the command.
+    static int print(const QJsonObject &object, int status) {
+        if (!writeStandardOutput(QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n')) {
+            printError(
+                tr("cannot write the output: %1").arg(QString::fromLocal8Bit(strerror(errno))));
+            return ExitFailure;
+        }
+        return status;
+    }
+
+    // An instance's object on one line.
+    static int print(const InstanceReport &report, int status) {
+        return print(report.toJson(), status);
+    }
+};
 
 // One command on one instance; the instance as the listing left it.
 class InstanceCommand {
@@ -33,12 +52,12 @@ public:
 
     int status() {
         const InstanceReport report = InstanceReport::of(_instance, _isDefault);
+        const int status = report.status == ServerStatusRunning ? ExitSuccess : ExitNotRunning;
         if (_request.json) {
-            printJson(report.toJson());
-        } else {
-            printText(stdout, InstanceReport::table({report}));
+            return JsonOutput::print(report, status);
         }
-        return report.status == ServerStatusRunning ? ExitSuccess : ExitNotRunning;
+        printText(stdout, InstanceReport::table({report}));
+        return status;
     }
 
     int start() {
@@ -120,14 +139,13 @@ private:
     int finish(const QString &sentence) {
         const InstanceReport report = InstanceReport::of(_instance, _isDefault);
         if (_request.json) {
-            printJson(report.toJson());
-        } else {
-            // Sentences without a live server have no %2 for its pid.
-            printText(stdout, (sentence.contains(u"%2")
-                                   ? sentence.arg(report.name, QString::number(report.pid))
-                                   : sentence.arg(report.name)) +
-                                  u'\n');
+            return JsonOutput::print(report, ExitSuccess);
         }
+        // Sentences without a live server have no %2 for its pid.
+        printText(stdout,
+                  (sentence.contains(u"%2") ? sentence.arg(report.name, QString::number(report.pid))
+                                            : sentence.arg(report.name)) +
+                      u'\n');
         return ExitSuccess;
     }
 
@@ -165,9 +183,11 @@ public:
             for (const InstanceReport &report : std::as_const(reports)) {
                 array.append(report.toJson());
             }
-            printJson(
-                {{QStringLiteral("installation"), home}, {QStringLiteral("instances"), array}});
-        } else if (reports.isEmpty()) {
+            return JsonOutput::print(
+                {{QStringLiteral("installation"), home}, {QStringLiteral("instances"), array}},
+                ExitSuccess);
+        }
+        if (reports.isEmpty()) {
             printText(stdout, tr("No Corvanta instances in %1").arg(home) + u'\n');
         } else {
             printText(stdout, InstanceReport::table(reports));
@@ -192,6 +212,10 @@ std::optional<CommandRequest::Command> CommandRequest::commandNamed(const QStrin
         return Command::Stop;
     }
     return std::nullopt;
+}
+
+QString programPackageRoot() {
+    return Paths::standardize(QCoreApplication::applicationDirPath() + QStringLiteral("/.."));
 }
 
 int runCommand(const CommandRequest &request, const QString &packageRoot) {

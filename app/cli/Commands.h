@@ -24,6 +24,10 @@ public:
     static std::optional<Command> commandNamed(const QString &name);
 };
 
+// The directory above the executable's, as the tray computes it: the root of
+// a bundled installation. Needs a QCoreApplication.
+QString programPackageRoot();
+
 // Finds the installation as the tray does (exporting its environment for the
 // servers started here), then runs the command; answers the exit status.
 // `packageRoot` is the program's own, for the bundled-installation fallback.

@@ -1,7 +1,5 @@
 #include "InstanceReport.h"
 
-#include <QJsonValue>
-
 #include <algorithm>
 #include <array>
 
@@ -21,18 +19,6 @@ InstanceReport InstanceReport::of(const CorvantaInstance &instance, bool isDefau
     return report;
 }
 
-QJsonObject InstanceReport::toJson() const {
-    return {
-        {QStringLiteral("instance"), instance},
-        {QStringLiteral("name"), name},
-        {QStringLiteral("directory"), directory},
-        {QStringLiteral("default"), isDefault},
-        {QStringLiteral("state"), stateKeyword(status)},
-        {QStringLiteral("pid"), pid != 0 ? QJsonValue(pid) : QJsonValue(QJsonValue::Null)},
-        {QStringLiteral("logFile"), logFile ? QJsonValue(*logFile) : QJsonValue(QJsonValue::Null)},
-    };
-}
-
 namespace {
 
 // Indexed by ServerStatus; the English words are the JSON's and the sources
@@ -50,6 +36,16 @@ const char *stateWord(qint32 status) {
 }
 
 }  // namespace
+
+QJsonObject InstanceReport::toJson() const {
+    return {{QStringLiteral("instance"), instance},
+            {QStringLiteral("name"), name},
+            {QStringLiteral("directory"), directory},
+            {QStringLiteral("default"), isDefault},
+            {QStringLiteral("state"), stateKeyword(status)},
+            {QStringLiteral("pid"), pid != 0 ? QJsonValue(pid) : QJsonValue()},
+            {QStringLiteral("logFile"), logFile ? QJsonValue(*logFile) : QJsonValue()}};
+}
 
 QString InstanceReport::stateKeyword(qint32 status) {
     return QLatin1StringView(stateWord(status));

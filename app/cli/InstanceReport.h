@@ -25,8 +25,8 @@ public:
     // `isDefault`: whether it is the instance "default" names.
     static InstanceReport of(const CorvantaInstance &instance, bool isDefault);
 
-    // Keys: instance, name, directory, default, state, pid (null when not
-    // known), logFile (null when there is none).
+    // One object with the keys instance, name, directory, default, state,
+    // pid (null when not known) and logFile (null when there is none).
     QJsonObject toJson() const;
 
     // "stopped", "starting", "running", "stopping" or "unknown": the stable

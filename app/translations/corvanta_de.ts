@@ -405,6 +405,14 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
     </message>
 </context>
 <context>
+    <name>JsonOutput</name>
+    <message>
+        <location filename="../cli/Commands.cpp" line="32"/>
+        <source>cannot write the output: %1</source>
+        <translation>die Ausgabe kann nicht geschrieben werden: %1</translation>
+    </message>
+</context>
+<context>
     <name>Listing</name>
     <message>
         <location filename="../cli/Commands.cpp" line="171"/>
@@ -484,6 +492,14 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 %2. The server cannot finish its work first.</source>
         <translation>Dadurch wird Signal 9 an Prozess %1 im Verzeichnis
 %2 gesendet. Der Server kann seine Arbeit vorher nicht abschließen.</translation>
+    </message>
+</context>
+<context>
+    <name>TrayModule</name>
+    <message>
+        <location filename="../TrayLoader.cpp" line="41"/>
+        <source>cannot load the tray module %1: %2</source>
+        <translation>das Modul für die Kontrollleiste %1 kann nicht geladen werden: %2</translation>
     </message>
 </context>
 <context>
