@@ -6,6 +6,7 @@
 #include "StatusWatch.h"
 #include "TrayNotifier.h"
 #include "TrayWatch.h"
+#include "cli/Commands.h"
 #include "registry/Paths.h"
 
 #include <QAction>
@@ -53,7 +54,7 @@ Application::~Application() {
 }
 
 QString Application::defaultPackageRoot() {
-    return Paths::standardize(QCoreApplication::applicationDirPath() + QStringLiteral("/.."));
+    return programPackageRoot();
 }
 
 void Application::openUrl(const QString &text) {
