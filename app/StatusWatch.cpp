@@ -29,6 +29,20 @@ IconState iconStateOf(const CorvantaInstance *instance) {
     }
 }
 
+// The registry takes a lock file's pid over the process it launched, even the
+// dead pid a killed server left behind, and then reads the instance as stopped
+// while the new server is still starting. Until the launched process has
+// exited or is the one the record follows, the start is still under way.
+bool startUnderWay(qint32 launched, const CorvantaInstance &instance) {
+    if (launched <= 1 || instance.pid() == launched) {
+        return false;
+    }
+    siginfo_t info{};
+    // WNOWAIT: the registry's own probe is what reaps.
+    return ::waitid(P_PID, id_t(launched), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+}
+
 }  // namespace
 
 QString describeExit(std::optional<int> waitStatus) {
@@ -109,6 +123,7 @@ void StatusWatch::request(const CorvantaInstancePtr &instance, ServerRequest req
     tracked->status = instance->serverStatus();
     tracked->request = request;
     tracked->stopTimer.reset();
+    tracked->startPid = request == ServerRequest::Start ? instance->pid() : 0;
     if (request == ServerRequest::Stop) {
         tracked->stopPid = instance->pid();
         tracked->stopTimer.reset(new QTimer(this));
@@ -132,6 +147,10 @@ void StatusWatch::observe(const CorvantaInstancePtr &instance) {
     const std::shared_ptr<Tracked> tracked = slot;  // tell() may run a nested loop
     const qint32 before = tracked->status;
     const qint32 after = instance->serverStatus();
+    if (tracked->request == ServerRequest::Start && startUnderWay(tracked->startPid, *instance)) {
+        // Its lock file is an event; should it end first, the next opening tells.
+        return;
+    }
     const ServerEvent event = classifyTransition(before, after, tracked->request);
     tracked->status = after;
     tracked->request = requestAfter(tracked->request, after);

@@ -61,6 +61,7 @@ private:
         qint32 status = ServerStatusUnknown;
         ServerRequest request = ServerRequest::None;
         qint32 stopPid = 0;
+        qint32 startPid = 0;                             // the process a start launched
         std::unique_ptr<QTimer, DeleteLater> stopTimer;  // armed only while a stop is pending
     };
 
