@@ -28,7 +28,9 @@ public:
     // One document, ending in a line break, in one write where the system
     // allows; a failed write is a failure of the command.
     static int print(const QJsonObject &object, int status) {
-        if (!writeStandardOutput(QJsonDocument(object).toJson(QJsonDocument::Compact) + '\n')) {
+        QByteArray text = QJsonDocument(object).toJson(QJsonDocument::Compact);
+        text += '\n';
+        if (!writeStandardOutput(text)) {
             printError(
                 tr("cannot write the output: %1").arg(QString::fromLocal8Bit(strerror(errno))));
             return ExitFailure;

@@ -38,13 +38,16 @@ const char *stateWord(qint32 status) {
 }  // namespace
 
 QJsonObject InstanceReport::toJson() const {
-    return {{QStringLiteral("instance"), instance},
-            {QStringLiteral("name"), name},
-            {QStringLiteral("directory"), directory},
-            {QStringLiteral("default"), isDefault},
-            {QStringLiteral("state"), stateKeyword(status)},
-            {QStringLiteral("pid"), pid != 0 ? QJsonValue(pid) : QJsonValue()},
-            {QStringLiteral("logFile"), logFile ? QJsonValue(*logFile) : QJsonValue()}};
+    // In the keys' sorted order, so that every insertion is an append.
+    QJsonObject object;
+    object.insert(QLatin1StringView("default"), isDefault);
+    object.insert(QLatin1StringView("directory"), directory);
+    object.insert(QLatin1StringView("instance"), instance);
+    object.insert(QLatin1StringView("logFile"), logFile ? QJsonValue(*logFile) : QJsonValue());
+    object.insert(QLatin1StringView("name"), name);
+    object.insert(QLatin1StringView("pid"), pid != 0 ? QJsonValue(pid) : QJsonValue());
+    object.insert(QLatin1StringView("state"), stateKeyword(status));
+    return object;
 }
 
 QString InstanceReport::stateKeyword(qint32 status) {
