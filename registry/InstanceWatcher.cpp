@@ -45,6 +45,10 @@ struct InstanceWatcher::Entry {
     int pidfd = -1;
     std::unique_ptr<QSocketNotifier> notifier;
     int unreaped = 0;
+    // Where its events come from, worked out again only when its lock file moves.
+    bool located = false;
+    std::optional<QString> lockSeen;
+    QString lockDir, lockName;  // empty without a lock file
 };
 
 InstanceWatcher::InstanceWatcher(QObject *parent) : QObject(parent) {
@@ -71,9 +75,9 @@ InstanceWatcher::~InstanceWatcher() {
 
 void InstanceWatcher::watch(const QList<CorvantaInstancePtr> &instances) {
     QHash<QString, std::shared_ptr<Entry>> next;
+    next.reserve(std::min(instances.size(), MaxInstances));
     for (const CorvantaInstancePtr &instance : instances) {
         if (next.size() >= MaxInstances) {
-            systemLog(QStringLiteral("Watching the first %1 instances only").arg(MaxInstances));
             break;
         }
         std::shared_ptr<Entry> entry = _entries.take(instance->directory());
@@ -87,6 +91,12 @@ void InstanceWatcher::watch(const QList<CorvantaInstancePtr> &instances) {
         next.insert(instance->directory(), entry);
         followProcess(*entry);
     }
+    // Said when the bound starts to apply, not at every opening.
+    const bool bounded = instances.size() > MaxInstances;
+    if (bounded && !_bounded) {
+        systemLog(QStringLiteral("Watching the first %1 instances only").arg(MaxInstances));
+    }
+    _bounded = bounded;
     for (const auto &gone : std::as_const(_entries)) {
         releaseProcess(*gone);
     }
@@ -169,47 +179,61 @@ void InstanceWatcher::processEnded(const QString &key) {
     }
 }
 
-QStringList InstanceWatcher::directoriesOf(const CorvantaInstance &instance) const {
-    QStringList dirs{instance.directory()};
-    if (const std::optional<QString> lock = instance.lockFile()) {
-        const QString lockDir = Paths::standardize(*lock + QStringLiteral("/.."));
-        if (!dirs.contains(lockDir)) {
-            dirs.append(lockDir);
-        }
+void InstanceWatcher::locate(Entry &entry) {
+    const std::optional<QString> lock = entry.instance->lockFile();
+    if (entry.located && lock == entry.lockSeen) {
+        return;
     }
-    return dirs;
+    entry.located = true;
+    entry.lockSeen = lock;
+    entry.lockDir.clear();
+    entry.lockName.clear();
+    if (lock) {
+        const QString file = Paths::standardize(*lock);
+        entry.lockDir = Paths::standardize(file + QStringLiteral("/.."));
+        entry.lockName = file.mid(file.lastIndexOf(u'/') + 1);
+    }
 }
 
 void InstanceWatcher::syncDirectories() {
     if (_inotify < 0) {
         return;
     }
-    QSet<QString> wanted;
-    for (const auto &entry : std::as_const(_entries)) {
-        if (entry->instance->entryStatus() != EntryStatusInvalid) {
-            for (const QString &dir : directoriesOf(*entry->instance)) {
-                wanted.insert(dir);
-            }
+    // For every directory, the records whose events arrive there.
+    QHash<QString, QList<Interest>> interest;
+    for (auto it = _entries.cbegin(); it != _entries.cend(); ++it) {
+        Entry &entry = *it.value();
+        if (entry.instance->entryStatus() == EntryStatusInvalid) {
+            continue;
+        }
+        locate(entry);
+        const QString &own = entry.instance->directory();
+        interest[own].append({it.key(), true, entry.lockDir == own ? entry.lockName : QString()});
+        if (!entry.lockDir.isEmpty() && entry.lockDir != own) {
+            interest[entry.lockDir].append({it.key(), false, entry.lockName});
         }
     }
     QHash<QString, int> next;
-    for (const QString &dir : std::as_const(wanted)) {
+    QSet<int> kept;
+    for (auto it = interest.cbegin(); it != interest.cend(); ++it) {
+        const QString &dir = it.key();
         // Adding again is harmless and picks up a directory that was replaced.
         const int wd = ::inotify_add_watch(_inotify, dir.toUtf8().constData(), kDirectoryEvents);
         if (wd >= 0) {
             next.insert(dir, wd);
+            kept.insert(wd);
         } else if (errno != ENOENT && errno != ENOTDIR) {
             systemLog(QStringLiteral("Cannot watch %1: %2")
                           .arg(dir, QString::fromLocal8Bit(std::strerror(errno))));
         }
     }
-    const QList<int> kept = next.values();
     for (auto it = _dirWatch.cbegin(); it != _dirWatch.cend(); ++it) {
         if (!kept.contains(it.value())) {
             ::inotify_rm_watch(_inotify, it.value());
         }
     }
     _dirWatch = std::move(next);
+    _interest = std::move(interest);
 }
 
 void InstanceWatcher::readInotify() {
@@ -228,7 +252,6 @@ void InstanceWatcher::readInotify() {
         for (ssize_t at = 0; at + ssize_t(sizeof(inotify_event)) <= n;) {
             const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
             at += ssize_t(sizeof(inotify_event)) + event->len;
-            const bool self = (event->mask & kSelfEvents) != 0;
             if (event->mask & IN_Q_OVERFLOW) {
                 for (auto it = _entries.cbegin(); it != _entries.cend(); ++it) {
                     touched.insert(it.key());
@@ -236,23 +259,17 @@ void InstanceWatcher::readInotify() {
                 resync = true;
                 continue;
             }
+            const bool self = (event->mask & kSelfEvents) != 0;
             resync = resync || self;
-            const QStringList dirs = dirsOf.value(event->wd);
             const QString name =
                 event->len > 0
                     ? QString::fromUtf8(event->name, qsizetype(::strnlen(event->name, event->len)))
                     : QString();
-            for (auto it = _entries.cbegin(); it != _entries.cend(); ++it) {
-                const CorvantaInstance &instance = *it.value()->instance;
-                const std::optional<QString> lock = instance.lockFile();
-                for (const QString &dir : dirs) {
-                    const bool ownDir = dir == instance.directory();
-                    const bool isLock = lock && Paths::standardize(Paths::append(dir, name)) ==
-                                                    Paths::standardize(*lock);
-                    const bool interesting = isLock || (ownDir && name == kConfigName) ||
-                                             (self && directoriesOf(instance).contains(dir));
-                    if (interesting) {
-                        touched.insert(it.key());
+            for (const QString &dir : dirsOf.value(event->wd)) {
+                for (const Interest &in : _interest.value(dir)) {
+                    if (self || (in.ownDirectory && name == kConfigName) ||
+                        (!in.lockName.isEmpty() && name == in.lockName)) {
+                        touched.insert(in.key);
                     }
                 }
             }

@@ -50,11 +50,21 @@ private:
     void followProcess(Entry &entry);
     void releaseProcess(Entry &entry);
     void syncDirectories();
-    QStringList directoriesOf(const CorvantaInstance &instance) const;
+    static void locate(Entry &entry);
+
+    // A record that hears of a directory's events: of its configuration in
+    // its own directory, of the file `lockName` (when not empty) in either.
+    struct Interest {
+        QString key;
+        bool ownDirectory;
+        QString lockName;
+    };
 
     int _inotify = -1;
     std::unique_ptr<QSocketNotifier> _inotifyNotifier;
     // Keyed by the instance directory.
     QHash<QString, std::shared_ptr<Entry>> _entries;
-    QHash<QString, int> _dirWatch;  // watched directory -> watch descriptor
+    QHash<QString, int> _dirWatch;              // watched directory -> watch descriptor
+    QHash<QString, QList<Interest>> _interest;  // by watched directory
+    bool _bounded = false;                      // the last list was longer than MaxInstances
 };
