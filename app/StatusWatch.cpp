@@ -90,14 +90,18 @@ StatusWatch::~StatusWatch() = default;
 
 void StatusWatch::instancesListed(const QList<CorvantaInstancePtr> &instances,
                                   const CorvantaInstancePtr &defaultInstance) {
-    QHash<QString, std::shared_ptr<Tracked>> kept;
-    for (const CorvantaInstancePtr &instance : instances) {
-        std::shared_ptr<Tracked> tracked = _tracked.take(instance->directory());
-        if (tracked && tracked->instance == instance) {
-            kept.insert(instance->directory(), tracked);
+    // Usually the records of the last opening, which have nothing to prune.
+    if (instances != _listed) {
+        QHash<QString, std::shared_ptr<Tracked>> kept;
+        for (const CorvantaInstancePtr &instance : instances) {
+            std::shared_ptr<Tracked> tracked = _tracked.take(instance->directory());
+            if (tracked && tracked->instance == instance) {
+                kept.insert(instance->directory(), tracked);
+            }
         }
+        _tracked = std::move(kept);  // the rest, their timers with them, are gone
+        _listed = instances;
     }
-    _tracked = std::move(kept);  // the rest, their timers with them, are gone
     _default = defaultInstance;
     _watcher.watch(instances);
     for (const CorvantaInstancePtr &instance : instances) {

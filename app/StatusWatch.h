@@ -78,6 +78,7 @@ private:
     Confirm _confirm;
     InstanceWatcher _watcher;
     QHash<QString, std::shared_ptr<Tracked>> _tracked;  // by instance directory
+    QList<CorvantaInstancePtr> _listed;                 // by the last opening
     CorvantaInstancePtr _default;
     IconState _iconState = IconState::Unknown;
     bool _notificationsEnabled = true;
