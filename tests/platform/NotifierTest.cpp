@@ -1,14 +1,10 @@
 #include "DBusNotifier.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
-#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QTemporaryDir>
-#include <QTest>
 
-#include <gtest/gtest.h>
+#include "../TestSupport.h"
 
 namespace {
 
@@ -46,10 +42,7 @@ protected:
         ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.canReadLine(); }, 10000));
         ASSERT_EQ(recorder.readLine(), "ready\n");
     }
-    QString shown() {
-        QFile file(tmp.filePath("shown"));
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-    }
+    QString shown() { return QString::fromUtf8(readFile(tmp.filePath("shown"))); }
     QDBusConnection bus() { return QDBusConnection::connectToBus(address, "test"); }
 
     QTemporaryDir tmp;
@@ -86,7 +79,5 @@ TEST_F(PrivateBus, NotificationsReachTheServiceAndItsActionsComeBackOrTheFallbac
 }
 
 int main(int argc, char **argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return runTests<QCoreApplication>(argc, argv);
 }
