@@ -4,12 +4,7 @@
 xs_pids=()
 
 # Exits as skipped (77) unless every tool named is installed.
-xs_require() {
-    local tool
-    for tool in "$@"; do
-        command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
-    done
-}
+xs_require() { for t; do command -v "$t" >/dev/null || { echo "SKIP: $t is not installed"; exit 77; }; done; }
 
 # Polls a command every 0.1 s until it succeeds or `seconds` pass.
 xs_wait() {
@@ -116,10 +111,7 @@ xs_choose() {
     xdotool key --repeat "$2" "$1"
     xdotool key Return
 }
-xs_choose_confirmed() {
-    xs_choose "$@"
-    xs_confirm
-}
+xs_choose_confirmed() { xs_choose "$@" && xs_confirm; }
 
 # Switches start at login on (the item above Quit), checks that the entry holds each line
 # given, and off again.
@@ -144,7 +136,6 @@ xs_quit() {
     step=quit
     xs_choose Up 1
     xs_wait 10 xs_monitor_gone || xs_fail "the monitor did not quit"
-    local pid=$monitor_pid
-    monitor_pid=
+    local pid=$monitor_pid && monitor_pid=
     wait "$pid" || xs_fail "the monitor exited with status $?"
 }

@@ -26,6 +26,12 @@ protected:
         ASSERT_TRUE(daemon.waitForStarted());
         ASSERT_TRUE(QTest::qWaitFor([&] { return daemon.canReadLine(); }, 10000));
         address = QString::fromUtf8(daemon.readLine().trimmed());
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("DBUS_SESSION_BUS_ADDRESS", address);
+        recorder.setProcessEnvironment(env);
+        recorder.start(NOTIFICATION_RECORDER, {tmp.filePath("shown"), "--invoke-first-action"});
+        ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.canReadLine(); }, 10000));
+        ASSERT_EQ(recorder.readLine(), "ready\n");
     }
     void TearDown() override {
         QDBusConnection::disconnectFromBus("test");
@@ -34,16 +40,7 @@ protected:
             p->waitForFinished();
         }
     }
-    void startRecorder(const QStringList &extra = {}) {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("DBUS_SESSION_BUS_ADDRESS", address);
-        recorder.setProcessEnvironment(env);
-        recorder.start(NOTIFICATION_RECORDER, QStringList{tmp.filePath("shown")} + extra);
-        ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.canReadLine(); }, 10000));
-        ASSERT_EQ(recorder.readLine(), "ready\n");
-    }
     QString shown() { return QString::fromUtf8(readFile(tmp.filePath("shown"))); }
-    QDBusConnection bus() { return QDBusConnection::connectToBus(address, "test"); }
 
     QTemporaryDir tmp;
     QProcess daemon, recorder;
@@ -55,8 +52,7 @@ protected:
 
 // Once the service has gone, the fallback shows what it would have.
 TEST_F(PrivateBus, NotificationsReachTheServiceAndItsActionsComeBackOrTheFallbackShowsThem) {
-    startRecorder({"--invoke-first-action"});
-    DBusNotifier notifier(bus());
+    DBusNotifier notifier(QDBusConnection::connectToBus(address, "test"));
     notifier.setFallback(&fallback);
     QStringList chosen;
     notifier.notify("Default Instance stopped", "The server was killed by signal 9.\nmore",
