@@ -47,25 +47,21 @@ protected:
     Outcome run(const QString &line, const QStringList &env = {}) const {
         QStringList args = QString(line).replace(u'@', root).split(u' ', Qt::SkipEmptyParts);
         if (!args.contains(u"--home"_s)) {
-            args.prepend(at(u"inst"_s));
-            args.prepend(u"--home"_s);
+            args = QStringList{u"--home"_s, at(u"inst"_s)} + args;
         }
         QProcessEnvironment environment;
-        environment.insert(u"PATH"_s, u"/usr/bin:/bin"_s);
-        environment.insert(u"HOME"_s, root);
-        environment.insert(u"XDG_CONFIG_HOME"_s, at(u"config"_s));
-        environment.insert(u"CORVANTA_BINARY"_s, QStringLiteral(CORVANTA_STANDIN));
-        environment.insert(u"CORVANTA_STANDIN_PORT"_s, u"0"_s);
-        for (const QString &pair : env) {
-            environment.insert(pair.section(u'=', 0, 0), pair.section(u'=', 1));
+        for (const QString &pair :
+             QStringList{u"PATH=/usr/bin:/bin"_s, u"HOME="_s + root, u"XDG_CONFIG_HOME=@/config"_s,
+                         u"CORVANTA_BINARY=" CORVANTA_STANDIN ""_s, u"CORVANTA_STANDIN_PORT=0"_s} +
+                 env) {
+            environment.insert(pair.section(u'=', 0, 0), pair.section(u'=', 1).replace(u'@', root));
         }
         QProcess process;
         process.setProcessEnvironment(environment);
         process.setWorkingDirectory(root);
         process.start(program, args);
-        const bool finished = process.waitForFinished(60000);
-        EXPECT_TRUE(finished) << line.toStdString();
-        if (!finished) {
+        if (!process.waitForFinished(60000)) {
+            ADD_FAILURE() << "still running: " << line.toStdString();
             process.kill();
             process.waitForFinished();
         }
