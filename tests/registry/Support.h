@@ -29,12 +29,8 @@ public:
         ASSERT_TRUE(instance.isValid());
     }
     bool refreshUntil(qint32 status) {
-        return QTest::qWaitFor(
-            [&] {
-                instance.refresh();
-                return instance.serverStatus() == status;
-            },
-            10000);
+        const auto reached = [&] { return instance.refresh(), instance.serverStatus() == status; };
+        return QTest::qWaitFor(reached, 10000);
     }
     QString at(const QString &name) const { return tmp.filePath(name); }
 
