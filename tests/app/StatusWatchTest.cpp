@@ -6,20 +6,11 @@
 #include "registry/SystemLog.h"
 
 #include <QApplication>
-#include <QDir>
-#include <QFile>
 #include <QImage>
 #include <QRegularExpression>
-#include <QTemporaryDir>
 #include <QTest>
 
-#include <signal.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
+#include "../TestSupport.h"
 
 namespace {
 
@@ -83,9 +74,9 @@ TEST(Preferences, NotificationsAreOnUnlessSetOff) {
                                                    {"[other]\nnotifications=off\n", true},
                                                    {"[monitor]\nnotifications=maybe\n", true}};
     for (const auto &[content, wanted] : cases) {
-        QFile out(file);
-        ASSERT_TRUE(!content || (out.open(QIODevice::WriteOnly) && out.write(content) > 0));
-        out.close();
+        if (content) {
+            writeFile(file, content);
+        }
         EXPECT_EQ(notificationsWanted(file), wanted) << (content ? content : "no file");
     }
     setSystemLogSink({});
@@ -96,12 +87,11 @@ TEST(Preferences, NotificationsAreOnUnlessSetOff) {
 TEST(LogTail, LastLinesOfABoundedReadAndNothingFromOtherFiles) {
     QTemporaryDir tmp;
     const QString log = tmp.filePath(u"corvanta.log"_s);
-    QFile file(log);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    QByteArray lines;
     for (int i = 1; i <= 2000; ++i) {
-        file.write("line " + QByteArray::number(i) + '\n');
+        lines += "line " + QByteArray::number(i) + '\n';
     }
-    file.close();
+    writeFile(log, lines);
     EXPECT_EQ(readLogTail(log, 4096, 3), u"line 1998\nline 1999\nline 2000"_s);
     EXPECT_EQ(readLogTail(log, 12, 5), u"line 2000"_s);  // the cut first line is dropped
     const QString fifo = tmp.filePath(u"fifo"_s);
@@ -110,20 +100,16 @@ TEST(LogTail, LastLinesOfABoundedReadAndNothingFromOtherFiles) {
     EXPECT_EQ(readLogTail(tmp.path(), 4096, 5), QString());
 }
 
-// Each state differs from every other by its badge's shape, also in the monochrome form.
+// Each state differs from every other by its badge's shape: the monochrome form has nothing else.
 TEST(StatusIconStates, DifferByShapeAtEverySize) {
-    const IconState states[] = {IconState::Unknown, IconState::Stopped, IconState::Transition,
-                                IconState::Running};
     for (const int size : {16, 22, 32, 48}) {
         for (const bool mono : {false, true}) {
-            for (int a = 0; a < 4; ++a) {
-                const QImage first = drawStatusIcon(size, states[a], 1, mono).toImage();
-                EXPECT_EQ(first.size(), QSize(size, size));
-                for (int b = a + 1; b < 4; ++b) {
-                    // The monochrome form can only differ in shape.
-                    EXPECT_NE(first, drawStatusIcon(size, states[b], 1, mono).toImage())
-                        << size << " " << a << " " << b << " " << mono;
-                }
+            QList<QImage> drawn;
+            for (const IconState state : {IconState::Unknown, IconState::Stopped,
+                                          IconState::Transition, IconState::Running}) {
+                drawn << drawStatusIcon(size, state, 1, mono).toImage();
+                EXPECT_EQ(drawn.last().size(), QSize(size, size));
+                EXPECT_EQ(drawn.count(drawn.last()), 1) << size << ' ' << int(state) << ' ' << mono;
             }
         }
     }
@@ -139,8 +125,7 @@ protected:
         setSystemLogSink([](const QString &) {});
         qputenv("CORVANTA_BINARY", CORVANTA_STANDIN);
         qputenv("CORVANTA_STANDIN_PORT", "0");
-        ASSERT_TRUE(QDir().mkpath(dir));
-        ASSERT_TRUE(QFile(dir + u"/corvanta.ini"_s).open(QIODevice::WriteOnly));
+        writeFile(dir + u"/corvanta.ini"_s, {});
         manager.addSearchPath(home);
         watch.setStopTimeout(std::chrono::milliseconds(300));
         QObject::connect(&watch, &StatusWatch::iconStateChanged,
@@ -161,14 +146,9 @@ protected:
         setSystemLogSink({});
     }
     // Starts the server as a confirmed menu item does; `knob` is set for the stand-in alone.
-    void start(const char *knob = nullptr, const char *value = "1") {
-        if (knob) {
-            qputenv(knob, value);
-        }
+    void start(const char *knob, const char *value = "1") {
+        const ScopedEnv set(knob, QString::fromUtf8(value));
         ASSERT_TRUE(record->startup());
-        if (knob) {
-            qunsetenv(knob);
-        }
         watch.startRequested(record);
     }
     bool reaches(qint32 status) {
@@ -260,10 +240,5 @@ TEST_F(Watch, StopThatHangsOffersForceStopAfterConfirmation) {
 }
 
 int main(int argc, char *argv[]) {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
-    QApplication qapp(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return runTests<QApplication>(argc, argv);
 }

@@ -1,25 +1,12 @@
 // The commands through the real binary, with the stand-in server in a
 // temporary installation and no display in the environment.
-#include <QCoreApplication>
-#include <QDeadlineTimer>
-#include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QThread>
 
-#include <signal.h>
+#include "../TestSupport.h"
 
-#include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
-
-void PrintTo(const QString &text, std::ostream *out) {
-    *out << '"' << text.toStdString() << '"';
-}
 void PrintTo(const QJsonObject &object, std::ostream *out) {
     *out << QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString();
 }
@@ -34,12 +21,9 @@ struct Outcome {
 class Commands : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(QDir(root).mkpath(u"config"_s));
         for (const QString &dir :
              {u"inst/database"_s, u"inst/analytics"_s, u"other/a"_s, u"other/b"_s}) {
-            ASSERT_TRUE(QDir(root).mkpath(dir));
-            QFile ini(at(dir + u"/corvanta.ini"_s));
-            ASSERT_TRUE(ini.open(QIODevice::WriteOnly) && ini.write("[database]\n") > 0);
+            writeFile(at(dir + u"/corvanta.ini"_s), "[database]\n");
         }
         ASSERT_TRUE(QFile::link(at(u"inst/analytics"_s), at(u"alias"_s)));
     }
@@ -48,49 +32,36 @@ protected:
         for (const QString &dir : {u"inst/database"_s, u"inst/analytics"_s}) {
             const pid_t pid = pid_t(lockPid(dir));
             if (pid > 1 && ::kill(pid, SIGKILL) == 0) {
-                within(30, [&] { return ::kill(pid, 0) != 0; });
+                EXPECT_TRUE(QTest::qWaitFor([&] { return ::kill(pid, 0) != 0; }, 30000));
             }
             QFile::remove(at(dir + u"/corvanta.lck"_s));
         }
     }
-    static bool within(int seconds, const std::function<bool()> &done) {
-        for (QDeadlineTimer deadline(seconds * 1000); !done(); QThread::msleep(20)) {
-            if (deadline.hasExpired()) {
-                return false;
-            }
-        }
-        return true;
-    }
 
     QString at(const QString &path) const { return root + u'/' + path; }
     qint64 lockPid(const QString &dir) const {
-        QFile lock(at(dir + u"/corvanta.lck"_s));
-        return lock.open(QIODevice::ReadOnly) ? lock.readAll().trimmed().toLongLong() : 0;
+        return readFile(at(dir + u"/corvanta.lck"_s)).trimmed().toLongLong();
     }
 
     // "@" in an argument is the temporary root; --home @/inst unless given.
     Outcome run(const QString &line, const QStringList &env = {}) const {
         QStringList args = QString(line).replace(u'@', root).split(u' ', Qt::SkipEmptyParts);
         if (!args.contains(u"--home"_s)) {
-            args.prepend(at(u"inst"_s));
-            args.prepend(u"--home"_s);
+            args = QStringList{u"--home"_s, at(u"inst"_s)} + args;
         }
         QProcessEnvironment environment;
-        environment.insert(u"PATH"_s, u"/usr/bin:/bin"_s);
-        environment.insert(u"HOME"_s, root);
-        environment.insert(u"XDG_CONFIG_HOME"_s, at(u"config"_s));
-        environment.insert(u"CORVANTA_BINARY"_s, QStringLiteral(CORVANTA_STANDIN));
-        environment.insert(u"CORVANTA_STANDIN_PORT"_s, u"0"_s);
-        for (const QString &pair : env) {
-            environment.insert(pair.section(u'=', 0, 0), pair.section(u'=', 1));
+        for (const QString &pair :
+             QStringList{u"PATH=/usr/bin:/bin"_s, u"HOME="_s + root, u"XDG_CONFIG_HOME=@/config"_s,
+                         u"CORVANTA_BINARY=" CORVANTA_STANDIN ""_s, u"CORVANTA_STANDIN_PORT=0"_s} +
+                 env) {
+            environment.insert(pair.section(u'=', 0, 0), pair.section(u'=', 1).replace(u'@', root));
         }
         QProcess process;
         process.setProcessEnvironment(environment);
         process.setWorkingDirectory(root);
         process.start(program, args);
-        const bool finished = process.waitForFinished(60000);
-        EXPECT_TRUE(finished) << line.toStdString();
-        if (!finished) {
+        if (!process.waitForFinished(60000)) {
+            ADD_FAILURE() << "still running: " << line.toStdString();
             process.kill();
             process.waitForFinished();
         }
@@ -117,7 +88,8 @@ protected:
             QString line = QString::fromUtf8(c.line);
             if (line.startsWith(u"until "_s)) {
                 line = line.mid(6);
-                EXPECT_TRUE(within(60, [&] { return run(line, env).status == c.status; }));
+                EXPECT_TRUE(
+                    QTest::qWaitFor([&] { return run(line, env).status == c.status; }, 60000));
             }
             const Outcome r = run(line, env);
             EXPECT_EQ(r.status, c.status) << r.err.toStdString();
@@ -170,7 +142,23 @@ TEST_F(Commands, AnswerWithTheirExitStatus) {
         {"status --wait", 2, "^$", "status does not take --wait\n"},
         {"start --wait=", 2, "^$", "--wait takes a number of seconds, not ''\n"},
         {"--json", 2, "^$", "--json needs a command\n"},
+        {"--help", 0, "(?s)--home <dir>.*--set-home <dir>.*Exit status", "^$"},
+        {"--version", 0, "^corvanta-monitor " CORVANTA_VERSION "\n$", "^$"},
+        {"--frobnicate", 2, "^$",
+         "^corvanta-monitor: Unknown option 'frobnicate'.\n"
+         "corvanta-monitor: Try 'corvanta-monitor --help' for more information.\n$"},
+        {"--home", 2, "^$", "^corvanta-monitor: Missing value after '--home'.\n"},
+        {"", 1, "^$",
+         "^corvanta-monitor: cannot connect to a display \\(DISPLAY=unset, "
+         "WAYLAND_DISPLAY=unset\\)\n$"},
+        {"--set-home @/missing", 1, "^$", "^corvanta-monitor: @/missing: not a directory\n$"},
+        {"--set-home @/other", 0, "^$", "^$"},
     });
+    EXPECT_TRUE(readFile(at(u"config/corvanta-monitor/monitor.ini"_s))
+                    .contains("home = " + at(u"other"_s).toUtf8()));
+    // A display that is named but does not answer: Qt alone would abort.
+    check({{"", 1, "^$", "^corvanta-monitor: cannot connect to a display \\(DISPLAY=:4711,"}},
+          {u"DISPLAY=:4711"_s});
 }
 
 TEST_F(Commands, NoInstallationIsAFailureNamingEveryPlaceLookedAt) {
@@ -286,7 +274,5 @@ TEST_F(Commands, TrayWithoutItsModuleFailsInOneLine) {
 }  // namespace
 
 int main(int argc, char *argv[]) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return runTests<QCoreApplication>(argc, argv);
 }

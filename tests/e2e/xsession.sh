@@ -1,7 +1,10 @@
 # Drives the monitor in a real tray host on a private X server, with bounded waits.
-# Callers (tray_e2e.sh, examples/run-demo.sh) set `work` and call xs_stop on exit.
+# Callers (the e2e tests, examples/run-demo.sh) set `work` and call xs_stop on exit.
 # shellcheck shell=bash disable=SC2154
 xs_pids=()
+
+# Exits as skipped (77) unless every tool named is installed.
+xs_require() { for t; do command -v "$t" >/dev/null || { echo "SKIP: $t is not installed"; exit 77; }; done; }
 
 # Polls a command every 0.1 s until it succeeds or `seconds` pass.
 xs_wait() {
@@ -40,6 +43,21 @@ xs_stop() {
     kill "${xs_pids[@]}" 2>/dev/null || true
     wait "${xs_pids[@]}" 2>/dev/null || true
     xs_pids=()
+}
+
+# For test scripts' exit traps, given the exit status: a failed run keeps `work` for a look.
+xs_finish() {
+    [[ -z ${monitor_pid:-} ]] || kill "$monitor_pid" 2>/dev/null || true
+    xs_stop
+    (($1 == 0)) && rm -rf "$work" && return
+    echo "FAILED at step '$step' (exit $1); screenshots and logs in $work" >&2
+}
+
+# Runs the monitor (the command given) and waits for its icon; `monitor_pid` is its process.
+xs_launch() {
+    "$@" >"$work/monitor.log" 2>&1 &
+    monitor_pid=$!
+    xs_wait 10 xs_tray_icon >/dev/null || xs_fail "the tray icon did not appear"
 }
 
 # The tray icon is the monitor's window docked in the panel; menus and dialogs
@@ -92,4 +110,32 @@ xs_choose() {
     xs_screenshot "$step-menu"
     xdotool key --repeat "$2" "$1"
     xdotool key Return
+}
+xs_choose_confirmed() { xs_choose "$@" && xs_confirm; }
+
+# Switches start at login on (the item above Quit), checks that the entry holds each line
+# given, and off again.
+xs_login_on_off() {
+    local entry=$1 line
+    shift
+    step='login-on'
+    xs_choose Up 2
+    xs_wait 5 test -f "$entry" || xs_fail "no autostart entry"
+    for line in "$@"; do
+        grep -qxF "$line" "$entry" || xs_fail "autostart entry: $(cat "$entry")"
+    done
+    step='login-off'
+    xs_choose Up 2
+    xs_wait 5 test ! -e "$entry" || xs_fail "the autostart entry stayed"
+}
+
+xs_monitor_gone() { ! kill -0 "$monitor_pid" 2>/dev/null; }
+
+# Quits from the menu's last item; the monitor must end at once and well.
+xs_quit() {
+    step=quit
+    xs_choose Up 1
+    xs_wait 10 xs_monitor_gone || xs_fail "the monitor did not quit"
+    local pid=$monitor_pid && monitor_pid=
+    wait "$pid" || xs_fail "the monitor exited with status $?"
 }

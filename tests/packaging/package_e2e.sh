@@ -11,13 +11,11 @@ root=$(cd "$here/../.." && pwd)
 package_dir=$1
 standin=$(realpath "$2")
 opt=/opt/corvanta
-for tool in dpkg-buildflags lintian Xvfb trayer xdotool import; do
-    command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
-done
-[[ ! -e $opt ]] || { echo "SKIP: $opt exists and is not this test's"; exit 77; }
-work=$(mktemp -d "${TMPDIR:-/tmp}/corvanta-package.XXXXXX")
 # shellcheck source=../e2e/xsession.sh
 source "$here/../e2e/xsession.sh"
+xs_require dpkg-buildflags lintian Xvfb trayer xdotool import
+[[ ! -e $opt ]] || { echo "SKIP: $opt exists and is not this test's"; exit 77; }
+work=$(mktemp -d "${TMPDIR:-/tmp}/corvanta-package.XXXXXX")
 autostart=$work/config/autostart
 entry=$autostart/corvanta-monitor.desktop
 foreign=$autostart/other-app.desktop
@@ -30,12 +28,10 @@ lock_pid() {
     tr -dc 0-9 2>/dev/null <"$opt/$1/${lock:-corvanta.lck}" | head -c 10
 }
 server_runs() { [[ $(readlink "/proc/$(lock_pid "$1")/exe") == "$opt/bin/corvanta" ]]; }
-monitor_gone() { ! kill -0 "$monitor_pid" 2>/dev/null; }
 
 cleanup() {
     local status=$? exe
     [[ -z $monitor_pid ]] || kill "$monitor_pid" 2>/dev/null || true
-    xs_stop
     if [[ -n $made_opt ]]; then
         # Servers outlive the monitor; every one run from the test's own
         # installation is the test's.
@@ -46,8 +42,7 @@ cleanup() {
         rm -rf "$opt"
     fi
     [[ -z $installed_here ]] || dpkg --purge corvanta-monitor >"$work/purge.log" 2>&1 || true
-    ((status == 0)) || echo "FAILED at step '$step' (exit $status); screenshots and logs in $work" >&2
-    ((status != 0)) || rm -rf "$work"
+    xs_finish $status
 }
 trap cleanup EXIT
 
@@ -81,14 +76,9 @@ cp "$foreign" "$work/foreign.orig"
 
 step=session
 xs_start || xs_fail "X session"
-(
-    unset CORVANTA_HOME CORVANTA_BINARY
-    export HOME=$work/home XDG_RUNTIME_DIR=$work/runtime XDG_CONFIG_HOME=$work/config
-    export LANGUAGE='' LC_ALL=C.UTF-8 CORVANTA_STANDIN_PORT=0
-    exec /usr/bin/corvanta-monitor >"$work/monitor.log" 2>&1
-) &
-monitor_pid=$!
-xs_wait 10 xs_tray_icon >/dev/null || xs_fail "the tray icon did not appear"
+xs_launch env -u CORVANTA_HOME -u CORVANTA_BINARY HOME="$work/home" XDG_RUNTIME_DIR="$work/runtime" \
+    XDG_CONFIG_HOME="$work/config" LANGUAGE='' LC_ALL=C.UTF-8 CORVANTA_STANDIN_PORT=0 \
+    /usr/bin/corvanta-monitor
 
 # The menu lists the instances in path order; starting the one at each
 # position shows that the menu lists exactly those of /opt/corvanta.
@@ -97,23 +87,10 @@ position=0
 for instance in $instances; do
     position=$((position + 1))
     step="start-$instance"
-    xs_choose Down "$position"
-    xs_confirm
+    xs_choose_confirmed Down "$position"
     xs_wait 15 server_runs "$instance" || xs_fail "$instance did not start"
 done
 
-step='login-on' # from the bottom: quit, then the login item
-xs_choose Up 2
-xs_wait 5 test -f "$entry" || xs_fail "no autostart entry; $(ls "$autostart")"
-grep -qx "Exec=$monitor --home $opt" "$entry" || xs_fail "Exec: $(cat "$entry")"
-grep -qx "TryExec=$monitor" "$entry" || xs_fail "TryExec: $(cat "$entry")"
-step='login-off'
-xs_choose Up 2
-xs_wait 5 test ! -e "$entry" || xs_fail "the autostart entry stayed"
+xs_login_on_off "$entry" "Exec=$monitor --home $opt" "TryExec=$monitor"
 cmp "$foreign" "$work/foreign.orig" || xs_fail "the other program's entry changed"
-
-step=quit
-xs_choose Up 1
-xs_wait 10 monitor_gone || xs_fail "the monitor did not quit"
-pid=$monitor_pid monitor_pid=
-wait "$pid" || xs_fail "the monitor exited with status $?"
+xs_quit

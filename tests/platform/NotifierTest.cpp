@@ -1,14 +1,10 @@
 #include "DBusNotifier.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
-#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QTemporaryDir>
-#include <QTest>
 
-#include <gtest/gtest.h>
+#include "../TestSupport.h"
 
 namespace {
 
@@ -30,6 +26,12 @@ protected:
         ASSERT_TRUE(daemon.waitForStarted());
         ASSERT_TRUE(QTest::qWaitFor([&] { return daemon.canReadLine(); }, 10000));
         address = QString::fromUtf8(daemon.readLine().trimmed());
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("DBUS_SESSION_BUS_ADDRESS", address);
+        recorder.setProcessEnvironment(env);
+        recorder.start(NOTIFICATION_RECORDER, {tmp.filePath("shown"), "--invoke-first-action"});
+        ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.canReadLine(); }, 10000));
+        ASSERT_EQ(recorder.readLine(), "ready\n");
     }
     void TearDown() override {
         QDBusConnection::disconnectFromBus("test");
@@ -38,19 +40,7 @@ protected:
             p->waitForFinished();
         }
     }
-    void startRecorder(const QStringList &extra = {}) {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("DBUS_SESSION_BUS_ADDRESS", address);
-        recorder.setProcessEnvironment(env);
-        recorder.start(NOTIFICATION_RECORDER, QStringList{tmp.filePath("shown")} + extra);
-        ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.canReadLine(); }, 10000));
-        ASSERT_EQ(recorder.readLine(), "ready\n");
-    }
-    QString shown() {
-        QFile file(tmp.filePath("shown"));
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-    }
-    QDBusConnection bus() { return QDBusConnection::connectToBus(address, "test"); }
+    QString shown() { return QString::fromUtf8(readFile(tmp.filePath("shown"))); }
 
     QTemporaryDir tmp;
     QProcess daemon, recorder;
@@ -62,8 +52,7 @@ protected:
 
 // Once the service has gone, the fallback shows what it would have.
 TEST_F(PrivateBus, NotificationsReachTheServiceAndItsActionsComeBackOrTheFallbackShowsThem) {
-    startRecorder({"--invoke-first-action"});
-    DBusNotifier notifier(bus());
+    DBusNotifier notifier(QDBusConnection::connectToBus(address, "test"));
     notifier.setFallback(&fallback);
     QStringList chosen;
     notifier.notify("Default Instance stopped", "The server was killed by signal 9.\nmore",
@@ -86,7 +75,5 @@ TEST_F(PrivateBus, NotificationsReachTheServiceAndItsActionsComeBackOrTheFallbac
 }
 
 int main(int argc, char **argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return runTests<QCoreApplication>(argc, argv);
 }

@@ -3,20 +3,14 @@
 #include "Translations.h"
 #include "app/Application.h"
 
-#include <QDeadlineTimer>
-#include <QDir>
 #include <QGuiApplication>
 #include <QLocalSocket>
-#include <QTemporaryDir>
-#include <QThread>
 #include <QTranslator>
 
-#include <gtest/gtest.h>
+#include "../TestSupport.h"
 
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 namespace {
 
@@ -25,15 +19,9 @@ protected:
     QTemporaryDir tmp;
     const QString dir = tmp.path() + "/config/autostart";
 
-    static void write(const QString &path, const QByteArray &text) {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(text);
-    }
     QString program(const QString &package, const QString &name = "corvanta-monitor") {
         const QString path = tmp.path() + "/" + package + "/bin/" + name;
-        write(path, "#!/bin/sh\n");
+        writeFile(path, "#!/bin/sh\n");
         QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner);
         return path;
     }
@@ -41,12 +29,10 @@ protected:
         const QString base = QFileInfo(tmp.path()).canonicalFilePath();
         return QUrl::fromLocalFile(base + "/" + package + "/bin/" + name).toString();
     }
-    QByteArray read(const QString &name) const {
-        QFile f(dir + "/" + name);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : "<unreadable>";
-    }
+    QByteArray read(const QString &name) const { return readFile(dir + "/" + name); }
     void entry(const QString &name, const QByteArray &exec, const QByteArray &extra = {}) {
-        write(dir + "/" + name, "[Desktop Entry]\nType=Application\nExec=" + exec + "\n" + extra);
+        writeFile(dir + "/" + name,
+                  "[Desktop Entry]\nType=Application\nExec=" + exec + "\n" + extra);
     }
     // "id[=resolved URL]" in list order.
     static QString describe(XdgAutostartList &list) {
@@ -100,13 +86,10 @@ TEST(TranslationsTest, GermanIsEmbeddedAndEnglishIsTheFallback) {
 QByteArray releaseAndRead(const QString &script) {
     QFile go(script + ".go");
     EXPECT_TRUE(go.open(QIODevice::WriteOnly));
-    QFile record(script + ".rec");
-    for (QDeadlineTimer limit(10000); !record.open(QIODevice::ReadOnly) && !limit.hasExpired();) {
-        QThread::msleep(20);
-    }
+    EXPECT_TRUE(QTest::qWaitFor([&] { return QFile::exists(script + ".rec"); }, 10000));
     go.remove();
-    const QByteArray recorded = record.readAll();
-    record.remove();
+    const QByteArray recorded = readFile(script + ".rec");
+    QFile::remove(script + ".rec");
     return recorded;
 }
 
@@ -115,9 +98,9 @@ TEST_F(PlatformTest, OpenerHandsUrlsAndFilesToXdgOpenWithoutWaiting) {
         GTEST_SKIP() << "only desktop platforms hand URLs on; ctest runs this on Xvfb";
     }
     const QString script = program("fake", "xdg-open");
-    write(script,
-          "#!/bin/sh\nfor i in $(seq 100); do [ -e \"$0.go\" ] && break; sleep 0.1; done\n"
-          "printf '%s\\n' \"$@\" >\"$0.tmp\" && mv \"$0.tmp\" \"$0.rec\"\n");
+    writeFile(script,
+              "#!/bin/sh\nfor i in $(seq 100); do [ -e \"$0.go\" ] && break; sleep 0.1; done\n"
+              "printf '%s\\n' \"$@\" >\"$0.tmp\" && mv \"$0.tmp\" \"$0.rec\"\n");
     qputenv("PATH", QFile::encodeName(tmp.path()) + "/fake/bin:" + qgetenv("PATH"));
     QtDesktopOpener opener;
     ASSERT_TRUE(opener.openUrl(QUrl("http://localhost:8890/kelvarine/")));
@@ -133,18 +116,18 @@ TEST_F(PlatformTest, AutostartListsDesktopFilesInNameOrderAndResolvesOnlyUsableE
     const QByteArray b = QFile::encodeName(tmp.path()) + "/pkg\\\\\"b/bin/p\\\\$q\"";
     ASSERT_TRUE(QFile::link(tmp.path() + "/pkg a/bin/prog", tmp.path() + "/link"));
     // Only the first [Desktop Entry] group counts, and in it the first key.
-    write(dir + "/a.desktop", "\xEF\xBB\xBF# c\r\nExec=" + a + "\n[Other]\nExec=" + a +
-                                  "\n[Desktop Entry]\r\nType = Application\nExec[de]=" + a +
-                                  "\n  Exec =  \"" + b + "  \nExec=" + a +
-                                  "\nHidden=false\nHidden=true\n[Desktop Entry]\n"
-                                  "X-GNOME-Autostart-enabled=false\n");
+    writeFile(dir + "/a.desktop", "\xEF\xBB\xBF# c\r\nExec=" + a + "\n[Other]\nExec=" + a +
+                                      "\n[Desktop Entry]\r\nType = Application\nExec[de]=" + a +
+                                      "\n  Exec =  \"" + b + "  \nExec=" + a +
+                                      "\nHidden=false\nHidden=true\n[Desktop Entry]\n"
+                                      "X-GNOME-Autostart-enabled=false\n");
     entry("b.desktop", QFile::encodeName(tmp.path()) + "/link/../link %U");
     entry("B.desktop", "relative/bin/prog");
     entry("c.desktop", a, "Hidden=true\n");
     entry("d.desktop", a, "X-GNOME-Autostart-enabled=false\n");
     entry("e.desktop", "/nonexistent/bin/prog");
     entry("f.desktop", a.chopped(1));
-    write(dir + "/g.desktop", "no group at all\nExec=" + a + "\n");
+    writeFile(dir + "/g.desktop", "no group at all\nExec=" + a + "\n");
     entry("i.desktop", QFile::encodeName(tmp.path()));  // a directory
     entry("j.desktop", a, QByteArray(70 * 1024, '#'));
     QDir().mkpath(dir + "/k.desktop");
@@ -166,7 +149,7 @@ TEST_F(PlatformTest, AutostartInsertWritesAQuotedEntryAtomicallyThatReadsBackOrF
     const QString exe = program(package);
     XdgAutostartList list(dir, exe);
     EXPECT_EQ(describe(list), "");  // no directory yet: no login items
-    write(tmp.path() + "/plain", {});
+    writeFile(tmp.path() + "/plain", {});
     XdgAutostartList blocked(tmp.path() + "/plain/autostart", exe);  // under a plain file
     EXPECT_EQ(describe(blocked), "<unreadable>");
     EXPECT_FALSE(blocked.insertFirst(*XdgAutostartList::programUrl(exe), {}));
@@ -186,34 +169,14 @@ TEST_F(PlatformTest, AutostartInsertWritesAQuotedEntryAtomicallyThatReadsBackOrF
     EXPECT_EQ(describe(list), "corvanta-monitor.desktop=" + url(package));
 }
 
-TEST_F(PlatformTest, AutostartEntryIsNumberedPastOthersRewrittenWhenOffAndRemovedAlone) {
-    const QString exe = program("pkg");
-    entry("corvanta-monitor.desktop", QFile::encodeName(program("pkg", "other")));
-    write(dir + "/corvanta-monitor-2.desktop", "junk");
-    XdgAutostartList list(dir, exe);
-    const QUrl self = *XdgAutostartList::programUrl(exe);
-    ASSERT_TRUE(list.insertFirst(self, {}));
-    const QString others = "corvanta-monitor.desktop=" + url("pkg", "other");
-    const QString all =
-        "corvanta-monitor-2.desktop corvanta-monitor-3.desktop=" + url("pkg") + " " + others;
-    EXPECT_EQ(describe(list), all);
-    entry("corvanta-monitor-3.desktop", QFile::encodeName(exe), "Hidden=true\n");
-    ASSERT_TRUE(list.insertFirst(self, {}));
-    EXPECT_EQ(describe(list), all);
-    const LoginItem item = list.snapshot()->at(1);
-    ASSERT_TRUE(list.remove(item));
-    EXPECT_FALSE(list.remove(item));
-    EXPECT_FALSE(list.remove(LoginItem{"../autostart/corvanta-monitor-2.desktop", self}));
-    EXPECT_EQ(describe(list), "corvanta-monitor-2.desktop " + others);
-}
-
-// Many programs share one bin directory: another one's entry there is
-// neither shown as the monitor's nor ever touched.
-TEST_F(PlatformTest, StartAtLoginLeavesAnotherProgramsEntryInTheSameBinByteForByte) {
+// Many programs share one bin directory: another one's entry there, even under the monitor's
+// own file name, is neither taken for the monitor's nor ever touched.
+TEST_F(PlatformTest, StartAtLoginNumbersItsEntryAndLeavesAnotherProgramsEntryByteForByte) {
     const QString exe = program("usr");
     const QByteArray foreign = "[Desktop Entry]\nType=Application\nName=Other\nExec=" +
                                QFile::encodeName(program("usr", "other-app")) + " --tray\n";
-    write(dir + "/other-app.desktop", foreign);
+    writeFile(dir + "/corvanta-monitor.desktop", foreign);
+    writeFile(dir + "/corvanta-monitor-2.desktop", "junk");
     XdgAutostartList list(dir, exe);
     const QUrl self = *XdgAutostartList::programUrl(exe);
     QString marks;
@@ -223,26 +186,29 @@ TEST_F(PlatformTest, StartAtLoginLeavesAnotherProgramsEntryInTheSameBinByteForBy
     }
     marks += Application::willStartAtLogin(self, list) ? "[x]" : "[ ]";
     EXPECT_EQ(marks, "[ ][x][ ][x][ ]");
-    EXPECT_EQ(read("other-app.desktop"), foreign);
-    EXPECT_FALSE(list.remove(LoginItem{"other-app.desktop", self}));
+    EXPECT_FALSE(list.remove(LoginItem{"corvanta-monitor.desktop", self}));
+    EXPECT_FALSE(list.remove(LoginItem{"../autostart/corvanta-monitor-2.desktop", self}));
+
+    // Numbered past the names taken; a hidden entry of its own is rewritten, not added to.
+    ASSERT_TRUE(list.insertFirst(self, {}));
+    const QString all = "corvanta-monitor-2.desktop corvanta-monitor-3.desktop=" + url("usr") +
+                        " corvanta-monitor.desktop=" + url("usr", "other-app");
+    EXPECT_EQ(describe(list), all);
+    entry("corvanta-monitor-3.desktop", QFile::encodeName(exe), "Hidden=true\n");
+    ASSERT_TRUE(list.insertFirst(self, {}));
+    EXPECT_EQ(describe(list), all);
 
     // Replaced by another program's entry after the snapshot: left alone.
-    Application::setStartAtLogin(self, true, list);
-    const QList<LoginItem> items = *list.snapshot();
-    write(dir + "/" + items.at(0).id, foreign);
-    EXPECT_FALSE(list.remove(items.at(0)));
-    EXPECT_EQ(read(items.at(0).id), foreign);
-    EXPECT_EQ(read("other-app.desktop"), foreign);
+    const LoginItem own = list.snapshot()->at(1);
+    writeFile(dir + "/" + own.id, foreign);
+    EXPECT_FALSE(list.remove(own));
+    EXPECT_EQ(read(own.id), foreign);
+    EXPECT_EQ(read("corvanta-monitor.desktop"), foreign);
 }
 
 }  // namespace
 
 // Translators need an application object, the opener a GUI one.
 int main(int argc, char **argv) {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    }
-    QGuiApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return runTests<QGuiApplication>(argc, argv);
 }

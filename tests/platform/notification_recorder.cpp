@@ -1,14 +1,12 @@
-// A notification server for tests: owns org.freedesktop.Notifications on the
-// session bus it is given, appends one line per notification to a file
-// (title | body | action keys, line breaks in the body shown as "\n"), and,
-// with --invoke-first-action, answers each notification at once as if the
-// user had chosen its first action. Prints "ready" once it owns the name.
+// A notification server for tests: owns org.freedesktop.Notifications on the session bus,
+// appends "title | body | action keys" per notification to FILE (line breaks in the body as
+// "\n"), and with --invoke-first-action answers each at once with its first action. Prints
+// "ready" once it owns the name.
 
 #include <QCoreApplication>
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
+#include <QDBusError>
 #include <QFile>
-#include <QStringList>
 #include <QTimer>
 #include <QVariantMap>
 
@@ -23,13 +21,7 @@ public:
 
 public slots:
     QStringList GetCapabilities() { return {QStringLiteral("actions"), QStringLiteral("body")}; }
-    QString GetServerInformation(QString &vendor, QString &version, QString &protocolVersion) {
-        vendor = QStringLiteral("test");
-        version = QStringLiteral("1");
-        protocolVersion = QStringLiteral("1.2");
-        return QStringLiteral("recorder");
-    }
-    uint Notify(const QString &, uint, const QString &, const QString &summary, const QString &body,
+    uint Notify(const QString &, uint, const QString &, const QString &summary, QString body,
                 const QStringList &actions, const QVariantMap &, int) {
         const uint id = ++_last;
         QStringList keys;
@@ -38,15 +30,14 @@ public slots:
         }
         QFile out(_file);
         if (out.open(QIODevice::Append)) {
-            QString text = body;
-            out.write((summary + QStringLiteral(" | ") +
-                       text.replace(QLatin1Char('\n'), QStringLiteral("\\n")) +
-                       QStringLiteral(" | ") + keys.join(QLatin1Char(',')) + QLatin1Char('\n'))
+            body.replace(QLatin1Char('\n'), QStringLiteral("\\n"));
+            out.write(QStringList{summary, body, keys.join(QLatin1Char(','))}
+                          .join(QStringLiteral(" | "))
+                          .append(QLatin1Char('\n'))
                           .toUtf8());
         }
         if (_invoke && !keys.isEmpty()) {
-            const QString key = keys.first();
-            QTimer::singleShot(0, this, [this, id, key] {
+            QTimer::singleShot(0, this, [this, id, key = keys.first()] {
                 emit ActionInvoked(id, key);
                 emit NotificationClosed(id, 2);
             });

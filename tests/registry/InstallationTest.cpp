@@ -62,17 +62,16 @@ TEST(MonitorSettings, WritingOneKeyKeepsTheRestAndRefusesWhatIsNotASettingsFile)
     QString error;
     EXPECT_FALSE(MonitorSettings::read(file, "home"));
     ASSERT_TRUE(MonitorSettings::write(file, "home", "/a", &error)) << error.toStdString();
-    InstanceTest::writeFile(file, InstanceTest::readFile(file) + "; mine\n[other]\nhome = /b\n");
+    writeFile(file, readFile(file) + "; mine\n[other]\nhome = /b\n");
     ASSERT_TRUE(MonitorSettings::write(file, "notifications", "off", &error));
     ASSERT_TRUE(MonitorSettings::write(file, "home", "/c", &error));
-    EXPECT_EQ(InstanceTest::readFile(file).toStdString(),
+    EXPECT_EQ(readFile(file).toStdString(),
               "[monitor]\nhome          = /c\n; mine\nnotifications = off\n\n[other]\nhome = /b\n");
     EXPECT_EQ(MonitorSettings::read(file, "HOME"), "/c");
     EXPECT_FALSE(MonitorSettings::write(file, "home", "/x\n[evil]", &error));
 
     const QString big = tmp.filePath("big.ini");
-    InstanceTest::writeFile(big,
-                            "[monitor]\nhome=/x\n" + QByteArray(MonitorSettings::MaxFileSize, ';'));
+    writeFile(big, "[monitor]\nhome=/x\n" + QByteArray(MonitorSettings::MaxFileSize, ';'));
     EXPECT_FALSE(MonitorSettings::read(big, "home"));
     EXPECT_FALSE(MonitorSettings::write(big, "home", "/y", &error));
     EXPECT_TRUE(error.contains(big)) << error.toStdString();

@@ -87,16 +87,3 @@ TEST(IsRunning, NoProcessIdBelowOneIsEverRunning) {
     EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(0));
     EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(-1));  // kill(-1, 0) reaches everything
 }
-
-using CanStart = InstanceTest;
-
-TEST_F(CanStart, NeedsReadAndWritePermissionOnTheDirectory) {
-    makeDir(at("readonly"), 0555);
-    makeDir(at("open"), 0777);
-    EXPECT_EQ(inChild([&] {
-                  becomeReader();
-                  return QByteArray::number(CorvantaInstance(at("readonly")).canStart()) +
-                         QByteArray::number(CorvantaInstance(at("open")).canStart());
-              }),
-              "01");
-}

@@ -3,20 +3,7 @@
 #include "registry/CorvantaInstance.h"
 #include "registry/SystemLog.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
-
-#include "../ForkedChild.h"
-
-#include <signal.h>
-#include <sys/stat.h>
-
-#include <functional>
-#include <thread>
+#include "../TestSupport.h"
 
 struct ProcessGuard {
     pid_t pid = 0;
@@ -26,17 +13,6 @@ struct ProcessGuard {
         pid = 0;
     }
     ~ProcessGuard() { end(); }
-};
-
-struct ScopedEnv {
-    ScopedEnv(const char *name, const std::optional<QString> &value)
-        : name(name), old(qgetenv(name)), was(qEnvironmentVariableIsSet(name)) {
-        value ? qputenv(name, value->toUtf8()) : qunsetenv(name);
-    }
-    ~ScopedEnv() { was ? qputenv(name, old) : qunsetenv(name); }
-    const char *name;
-    QByteArray old;
-    bool was;
 };
 
 // An instance directory with the stand-in server as CORVANTA_BINARY, listening on no port so
@@ -53,24 +29,12 @@ public:
         ASSERT_TRUE(instance.isValid());
     }
     bool refreshUntil(qint32 status) {
-        for (int i = 0; i < 1000 && instance.serverStatus() != status; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            instance.refresh();
-        }
-        return instance.serverStatus() == status;
+        const auto reached = [&] { return instance.refresh(), instance.serverStatus() == status; };
+        return QTest::qWaitFor(reached, 10000);
     }
     QString at(const QString &name) const { return tmp.filePath(name); }
 
     static QByteArray local(const QString &path) { return path.toUtf8(); }
-    static void writeFile(const QString &path, const QByteArray &content) {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(content) == content.size());
-    }
-    static QByteArray readFile(const QString &path) {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }
     static void makeDir(const QString &path, mode_t mode = 0755) {
         EXPECT_TRUE(QDir().mkpath(path) && ::chmod(local(path), mode) == 0);
     }

@@ -3,21 +3,11 @@
 
 #include "Support.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
-
 namespace {
 
 // Runs the event loop (never a refresh of its own) until `done` or 20 s.
 bool eventsUntil(const std::function<bool()> &done) {
-    const QDeadlineTimer deadline(20000);
-    while (!done() && !deadline.hasExpired())
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    return done();
-}
-
-int openDescriptors() {
-    return int(QDir("/proc/self/fd").entryList(QDir::NoDotAndDotDot | QDir::System).size());
+    return QTest::qWaitFor(done, 20000);
 }
 
 }  // namespace
@@ -87,7 +77,5 @@ TEST_F(Watcher, WatchesAreBoundedAndReleased) {
 }
 
 int main(int argc, char **argv) {
-    QCoreApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return runTests<QCoreApplication>(argc, argv);
 }
