@@ -30,6 +30,11 @@ QString literalTitle(QString text) {
     return text;
 }
 
+// The statuses whose item offers Start or Stop, gated by canStart.
+bool actsOnServer(qint32 status) {
+    return status == ServerStatusStopped || status == ServerStatusRunning;
+}
+
 }  // namespace
 
 Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
@@ -126,10 +131,17 @@ void Application::menuWillOpen(QMenu *menu) {
     _defaultInstance.reset();
 
     if (!instances.isEmpty()) {
-        for (const CorvantaInstancePtr &instance : instances) {
+        // The permission tests, one access() each, are made in a row before
+        // any item: between item constructions the same calls cost about
+        // twice as much.
+        QList<char> mayOperate(instances.size());
+        for (qsizetype i = 0; i < instances.size(); ++i) {
+            mayOperate[i] = actsOnServer(instances[i]->serverStatus()) && instances[i]->canStart();
+        }
+        for (qsizetype i = 0; i < instances.size(); ++i) {
             auto *item = new QAction(menu);
-            item->setData(QVariant::fromValue(instance));
-            updateMenuItem(item, instance.get());
+            item->setData(QVariant::fromValue(instances[i]));
+            updateMenuItem(item, instances[i].get(), mayOperate[i] != 0);
             menu->addAction(item);
         }
         _menuUpdateTarget = menu;
@@ -230,17 +242,19 @@ Application::ItemTitleFormats Application::translatedItemTitleFormats() {
             tr("%1: Unknown")};
 }
 
-void Application::updateMenuItem(QAction *item, CorvantaInstance *instance) {
+void Application::updateMenuItem(QAction *item, CorvantaInstance *instance,
+                                 std::optional<bool> mayOperate) {
     if (!_itemTitleFormats) {
         _itemTitleFormats = translatedItemTitleFormats();
     }
     const ItemTitleFormats &formats = *_itemTitleFormats;
     const QString *format = &formats.unknown;
     void (Application::*action)(QAction *) = nullptr;
+    const auto permitted = [&] { return mayOperate ? *mayOperate : instance->canStart(); };
     switch (instance->serverStatus()) {
         case ServerStatusStopped:
             format = &formats.start;
-            if (instance->canStart()) {
+            if (permitted()) {
                 action = &Application::startInstance;
             }
             break;
@@ -250,7 +264,7 @@ void Application::updateMenuItem(QAction *item, CorvantaInstance *instance) {
         case ServerStatusRunning:
             // Gated like starting: acting on an instance needs its directory writable.
             format = &formats.stop;
-            if (instance->canStart()) {
+            if (permitted()) {
                 action = &Application::stopInstance;
             }
             break;

@@ -60,7 +60,9 @@ public:
     void menuWillOpen(QMenu *menu);
     void menuDidClose(QMenu *menu);
     void menuTimerFired(QMenu *menu);
-    void updateMenuItem(QAction *item, CorvantaInstance *instance);
+    // `mayOperate`: the instance's canStart, when already asked.
+    void updateMenuItem(QAction *item, CorvantaInstance *instance,
+                        std::optional<bool> mayOperate = std::nullopt);
     void launchKelvarine();
     void onlineDocumentation();
     void viewLogFile();
