@@ -8,7 +8,6 @@
 #include "registry/Paths.h"
 
 #include <QDeadlineTimer>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QThread>
 
@@ -174,20 +173,9 @@ struct Listing {
 
 public:
     static int print(const QString &home, const QList<CorvantaInstancePtr> &instances, bool json) {
-        const CorvantaInstancePtr defaultInstance = chooseDefaultInstance(instances);
-        QList<InstanceReport> reports;
-        reports.reserve(instances.size());
-        for (const CorvantaInstancePtr &instance : instances) {
-            reports.append(InstanceReport::of(*instance, instance == defaultInstance));
-        }
+        const QList<InstanceReport> reports = InstanceReport::listing(instances);
         if (json) {
-            QJsonArray array;
-            for (const InstanceReport &report : std::as_const(reports)) {
-                array.append(report.toJson());
-            }
-            return JsonOutput::print(
-                {{QStringLiteral("installation"), home}, {QStringLiteral("instances"), array}},
-                ExitSuccess);
+            return JsonOutput::print(InstanceReport::listingJson(home, reports), ExitSuccess);
         }
         if (reports.isEmpty()) {
             printText(stdout, tr("No Corvanta instances in %1").arg(home) + u'\n');

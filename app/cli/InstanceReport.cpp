@@ -1,5 +1,7 @@
 #include "InstanceReport.h"
 
+#include <QJsonArray>
+
 #include <algorithm>
 #include <array>
 
@@ -17,6 +19,16 @@ InstanceReport InstanceReport::of(const CorvantaInstance &instance, bool isDefau
     // The listing has just probed its configuration.
     report.logFile = instance.probedLogFile();
     return report;
+}
+
+QList<InstanceReport> InstanceReport::listing(const QList<CorvantaInstancePtr> &instances) {
+    const CorvantaInstancePtr defaultInstance = chooseDefaultInstance(instances);
+    QList<InstanceReport> reports;
+    reports.reserve(instances.size());
+    for (const CorvantaInstancePtr &instance : instances) {
+        reports.append(of(*instance, instance == defaultInstance));
+    }
+    return reports;
 }
 
 namespace {
@@ -48,6 +60,14 @@ QJsonObject InstanceReport::toJson() const {
     object.insert(QLatin1StringView("pid"), pid != 0 ? QJsonValue(pid) : QJsonValue());
     object.insert(QLatin1StringView("state"), stateKeyword(status));
     return object;
+}
+
+QJsonObject InstanceReport::listingJson(const QString &home, const QList<InstanceReport> &reports) {
+    QJsonArray array;
+    for (const InstanceReport &report : reports) {
+        array.append(report.toJson());
+    }
+    return {{QStringLiteral("installation"), home}, {QStringLiteral("instances"), array}};
 }
 
 QString InstanceReport::stateKeyword(qint32 status) {

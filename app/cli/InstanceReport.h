@@ -1,6 +1,6 @@
 #pragma once
 
-#include "registry/CorvantaInstance.h"
+#include "registry/CorvantaManager.h"
 
 #include <QCoreApplication>
 #include <QJsonObject>
@@ -24,10 +24,14 @@ public:
 
     // `isDefault`: whether it is the instance "default" names.
     static InstanceReport of(const CorvantaInstance &instance, bool isDefault);
+    // One report per instance, in the listing's order, the default one marked.
+    static QList<InstanceReport> listing(const QList<CorvantaInstancePtr> &instances);
 
     // One object with the keys instance, name, directory, default, state,
     // pid (null when not known) and logFile (null when there is none).
     QJsonObject toJson() const;
+    // `list --json`'s document: the keys installation and instances.
+    static QJsonObject listingJson(const QString &home, const QList<InstanceReport> &reports);
 
     // "stopped", "starting", "running", "stopping" or "unknown": the stable
     // words of the JSON output and of the exit status's meaning.

@@ -2,10 +2,15 @@
 // spawn to exit with its output read from a pipe, beside what the command
 // cannot avoid: a fresh manager's first allInstances over the same
 // directory, measured in this process in the same run. Prints medians and
-// their ratio.
+// their ratio, and the floor under it: allInstances, a process start
+// (`--version`) and the listing's reports and JSON document made in this
+// process, warm, with no process or output around them.
 //
 // Usage: bench_cli_list [rounds] [monitor executable]
+#include "app/cli/InstanceReport.h"
 #include "registry/CorvantaManager.h"
+
+#include <QJsonDocument>
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -113,6 +118,22 @@ double runAllInstances(const std::string &home) {
     return std::chrono::duration<double, std::milli>(end - start).count();
 }
 
+// What the command does after its scan: a report per instance (its log
+// file's stat among them) and the document, to bytes.
+double runListing(const std::string &home, size_t *outputBytes) {
+    CorvantaManager manager;
+    manager.addSearchPath(QString::fromStdString(home));
+    const QList<CorvantaInstancePtr> instances = manager.allInstances();
+    const auto start = Clock::now();
+    const QByteArray bytes =
+        QJsonDocument(InstanceReport::listingJson(QString::fromStdString(home),
+                                                  InstanceReport::listing(instances)))
+            .toJson(QJsonDocument::Compact);
+    const auto end = Clock::now();
+    *outputBytes = size_t(bytes.size()) + 1;  // and the command's line break
+    return std::chrono::duration<double, std::milli>(end - start).count();
+}
+
 double median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
@@ -125,8 +146,8 @@ int main(int argc, char **argv) {
     const char *monitor = argc > 2 ? argv[2] : CORVANTA_MONITOR;
     const std::string home = makeInstallation();
     const std::vector<std::string> list{"list", "--json", "--home", home};
-    std::vector<double> command, registry, start;
-    size_t bytes = 0, versionBytes = 0;
+    std::vector<double> command, registry, start, listing;
+    size_t bytes = 0, versionBytes = 0, listingBytes = 0;
     runMonitor(monitor, list, &bytes);  // warm the page cache and the loader
     runAllInstances(home);
     // Interleaved, so that load on the machine falls on all alike.
@@ -134,9 +155,14 @@ int main(int argc, char **argv) {
         command.push_back(runMonitor(monitor, list, &bytes));
         registry.push_back(runAllInstances(home));
         start.push_back(runMonitor(monitor, {"--version"}, &versionBytes));
+        listing.push_back(runListing(home, &listingBytes));
+    }
+    if (listingBytes != bytes) {
+        std::fprintf(stderr, "the listing made here differs from the command's output\n");
+        return 1;
     }
     std::filesystem::remove_all(home);
-    const double c = median(command), r = median(registry), v = median(start);
+    const double c = median(command), r = median(registry), v = median(start), l = median(listing);
     std::printf("instances                          %d\n", kInstances);
     std::printf("rounds                             %d\n", rounds);
     std::printf("JSON output                        %zu bytes\n", bytes);
@@ -145,5 +171,8 @@ int main(int argc, char **argv) {
     std::printf("ratio                              %.2fx (target within 1.5x)\n", c / r);
     std::printf("process start alone (--version)    %.2f ms (median), %.2fx of allInstances\n", v,
                 v / r);
+    std::printf("reports and JSON alone, in here    %.2f ms (median), %.2fx of allInstances\n", l,
+                l / r);
+    std::printf("floor: allInstances + both         %.2fx of allInstances\n", (r + v + l) / r);
     return 0;
 }
