@@ -156,6 +156,29 @@ void BM_Rescan(benchmark::State &state) {
     }
 }
 
+// The permission test each Start or Stop item needs, on its own: one
+// access() per instance.
+void BM_PermissionTests(benchmark::State &state) {
+    QTemporaryDir home;
+    if (!makeInstallation(home)) {
+        state.SkipWithError("cannot write the installation");
+        return;
+    }
+    CorvantaManager manager;
+    manager.addSearchPath(home.path());
+    const QList<CorvantaInstancePtr> instances = manager.allInstances();
+    for (auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        int permitted = 0;
+        for (const CorvantaInstancePtr &instance : instances) {
+            permitted += instance->canStart() ? 1 : 0;
+        }
+        benchmark::DoNotOptimize(permitted);
+        state.SetIterationTime(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+}
+
 void fillBare(QMenu &bare) {
     for (int i = 0; i < kItems; ++i) {
         bare.addAction(
@@ -242,6 +265,7 @@ void BM_BareMenuShownOnly(benchmark::State &state) {
 BENCHMARK(BM_TrayMenuBesideBareMenu)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(4.0);
 BENCHMARK(BM_BareMenuShownOnly)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK(BM_Rescan)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_PermissionTests)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
@@ -285,6 +309,7 @@ int main(int argc, char **argv) {
     const double bare = reporter.value("BM_TrayMenuBesideBareMenu.bare_ms");
     const double shownOnly = reporter.value("BM_BareMenuShownOnly") * 1e3;
     const double rescan = reporter.value("BM_Rescan") * 1e3;
+    const double permissions = reporter.value("BM_PermissionTests") * 1e3;
     if (tray > 0 && bare > 0) {
         std::printf(
             "\nplatform %s, medians of interleaved openings: click to shown %.2f ms, "
@@ -293,6 +318,13 @@ int main(int argc, char **argv) {
         if (rescan > 0) {
             std::printf("rescan alone %.2f ms (mean); without it %.2fx\n", rescan,
                         (tray - rescan) / bare);
+        }
+        if (rescan > 0 && permissions > 0) {
+            // What every opening must ask the file system, beside the bare menu.
+            std::printf(
+                "permission tests alone %.2f ms (mean); floor: bare menu, rescan and "
+                "permission tests %.2fx\n",
+                permissions, (bare + rescan + permissions) / bare);
         }
         if (shownOnly > 0) {
             std::printf("bare QMenu shown only %.2f ms (mean): ratio %.2fx\n", shownOnly,
