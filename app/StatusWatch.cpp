@@ -152,7 +152,8 @@ void StatusWatch::observe(const CorvantaInstancePtr &instance) {
     const qint32 before = tracked->status;
     const qint32 after = instance->serverStatus();
     if (tracked->request == ServerRequest::Start && startUnderWay(tracked->startPid, *instance)) {
-        // Its lock file is an event; should it end first, the next opening tells.
+        // Its lock file is an event, and so is its end.
+        _watcher.followLaunch(instance, tracked->startPid);
         return;
     }
     const ServerEvent event = classifyTransition(before, after, tracked->request);

@@ -205,10 +205,12 @@ void CorvantaInstance::refresh() {
         return;
     }
     // The known process has ended; if it was our child, its status is known.
+    // So may be the launched one's, when a lock file's pid took its place.
     if (known != 0) {
-        if (const std::optional<int> status = takeReaped(known)) {
-            _lastExitStatus = status;
-        }
+        claimExitStatus(known);
+    }
+    if (_launchedPid != 0 && _launchedPid != known) {
+        claimExitStatus(_launchedPid);
     }
     _pid = pidValueFromLockFile();
     if (_pid != 0) {
@@ -221,6 +223,15 @@ void CorvantaInstance::refresh() {
     setStatus(ServerStatusStopped);
     if (!isValid()) {
         _entryStatus = EntryStatusInvalid;
+    }
+}
+
+void CorvantaInstance::claimExitStatus(qint32 pid) {
+    if (const std::optional<int> status = takeReaped(pid)) {
+        _lastExitStatus = status;
+        if (pid == _launchedPid) {
+            _launchedPid = 0;
+        }
     }
 }
 
@@ -336,6 +347,7 @@ bool CorvantaInstance::startup() {
     if (_pid == 0) {
         return false;
     }
+    _launchedPid = _pid;
     setStatus(ServerStatusStarting);
     return true;
 }

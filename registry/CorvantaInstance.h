@@ -54,6 +54,7 @@ public:
 
 private:
     void setLockFile(const QString &path);
+    void claimExitStatus(qint32 pid);
 
     QString _path;
     // On-disk forms of the paths every refresh asks about.
@@ -62,6 +63,9 @@ private:
     std::optional<QString> _logFile;
     qint32 _pid = 0;
     std::optional<int> _lastExitStatus;
+    // What the last startup launched, until its wait status is claimed: a
+    // stale lock file's pid may take its place as the one followed.
+    qint32 _launchedPid = 0;
     std::optional<struct timespec> _cacheTime;
     bool _isDefault = false;
     qint32 _entryStatus = EntryStatusNew;

@@ -45,6 +45,9 @@ struct InstanceWatcher::Entry {
     int pidfd = -1;
     std::unique_ptr<QSocketNotifier> notifier;
     int unreaped = 0;
+    qint32 launchPid = 0;  // followLaunch's, while followed
+    int launchFd = -1;
+    std::unique_ptr<QSocketNotifier> launchNotifier;
     // Where its events come from, worked out again only when its lock file moves.
     bool located = false;
     std::optional<QString> lockSeen;
@@ -65,7 +68,7 @@ InstanceWatcher::InstanceWatcher(QObject *parent) : QObject(parent) {
 
 InstanceWatcher::~InstanceWatcher() {
     for (const auto &entry : std::as_const(_entries)) {
-        releaseProcess(*entry);
+        release(*entry);
     }
     _inotifyNotifier.reset();
     if (_inotify >= 0) {
@@ -83,7 +86,7 @@ void InstanceWatcher::watch(const QList<CorvantaInstancePtr> &instances) {
         std::shared_ptr<Entry> entry = _entries.take(instance->directory());
         if (!entry || entry->instance != instance) {
             if (entry) {
-                releaseProcess(*entry);
+                release(*entry);
             }
             entry = std::make_shared<Entry>();
             entry->instance = instance;
@@ -98,7 +101,7 @@ void InstanceWatcher::watch(const QList<CorvantaInstancePtr> &instances) {
     }
     _bounded = bounded;
     for (const auto &gone : std::as_const(_entries)) {
-        releaseProcess(*gone);
+        release(*gone);
     }
     _entries = std::move(next);
     syncDirectories();
@@ -165,6 +168,60 @@ void InstanceWatcher::releaseProcess(Entry &entry) {
     entry.pidfd = -1;
     entry.pid = 0;
     entry.unreaped = 0;
+}
+
+void InstanceWatcher::followLaunch(const CorvantaInstancePtr &instance, qint32 pid) {
+    const std::shared_ptr<Entry> entry = _entries.value(instance->directory());
+    if (!entry || entry->instance != instance || pid <= 1 ||
+        (entry->launchPid == pid && entry->launchFd >= 0)) {
+        return;
+    }
+    releaseLaunch(*entry);
+    const QString key = instance->directory();
+    const int fd = openPidfd(pid);
+    if (fd < 0) {
+        if (errno == ESRCH) {
+            QTimer::singleShot(0, this, [this, key] { launchEnded(key); });
+        } else {
+            systemLog(QStringLiteral("Cannot watch process %1: %2")
+                          .arg(pid)
+                          .arg(QString::fromLocal8Bit(std::strerror(errno))));
+        }
+        return;
+    }
+    entry->launchPid = pid;
+    entry->launchFd = fd;
+    entry->launchNotifier = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);
+    connect(entry->launchNotifier.get(), &QSocketNotifier::activated, this,
+            [this, key] { launchEnded(key); });
+}
+
+void InstanceWatcher::launchEnded(const QString &key) {
+    const std::shared_ptr<Entry> entry = _entries.value(key);
+    if (!entry) {
+        return;
+    }
+    // Heard once: should no refresh reap it, its pidfd would stay readable.
+    releaseLaunch(*entry);
+    refreshEntry(*entry);
+}
+
+void InstanceWatcher::releaseLaunch(Entry &entry) {
+    if (entry.launchNotifier) {
+        // Possibly inside its own activation.
+        entry.launchNotifier->setEnabled(false);
+        entry.launchNotifier.release()->deleteLater();
+    }
+    if (entry.launchFd >= 0) {
+        ::close(entry.launchFd);
+    }
+    entry.launchFd = -1;
+    entry.launchPid = 0;
+}
+
+void InstanceWatcher::release(Entry &entry) {
+    releaseProcess(entry);
+    releaseLaunch(entry);
 }
 
 void InstanceWatcher::processEnded(const QString &key) {

@@ -32,6 +32,10 @@ public:
     void watch(const QList<CorvantaInstancePtr> &instances);
     // Refreshes a watched record now and follows its new process, if any.
     void refreshNow(const CorvantaInstancePtr &instance);
+    // Also follows a process launched for a watched record that reads
+    // another pid meanwhile (a stale lock file's): its end refreshes the
+    // record once.
+    void followLaunch(const CorvantaInstancePtr &instance, qint32 pid);
 
     qsizetype watchedCount() const { return _entries.size(); }
     qsizetype directoryWatchCount() const { return _dirWatch.size(); }
@@ -49,6 +53,9 @@ private:
     void refreshEntry(Entry &entry);
     void followProcess(Entry &entry);
     void releaseProcess(Entry &entry);
+    void launchEnded(const QString &key);
+    static void releaseLaunch(Entry &entry);
+    void release(Entry &entry);
     void syncDirectories();
     static void locate(Entry &entry);
 

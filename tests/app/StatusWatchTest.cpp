@@ -201,17 +201,28 @@ TEST_F(Watch, ServerKilledFromOutsideIsToldOnceWithItsSignalUnlessSwitchedOff) {
     EXPECT_EQ(watch.iconState(), IconState::Stopped);
 }
 
+// Also over a stale lock file, whose dead pid the record then follows instead of the launched
+// server's.
 TEST_F(Watch, FailedStartIsToldWithExitStatusAndLogTail) {
-    start("CORVANTA_STANDIN_EXIT_AT_ONCE");
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !desktop.shown.isEmpty(); }, 20000));
-    EXPECT_EQ(record->serverStatus(), ServerStatusStopped);
-    ASSERT_EQ(desktop.shown.size(), 1);
-    EXPECT_TRUE(QRegularExpression(u"^Default Instance failed to start \\| The server exited with "
-                                   "status 3\\.\nLast lines of its log:\n[^\n]*\n[^\n]*exiting at "
-                                   "once \\(CORVANTA_STANDIN_EXIT_AT_ONCE\\) \\| open-log$"_s)
-                    .match(desktop.shown[0])
-                    .hasMatch())
-        << desktop.shown[0].toStdString();
+    const QByteArray deadPid = inChild([] { return QByteArray::number(::getpid()); });
+    for (const bool staleLock : {false, true}) {
+        SCOPED_TRACE(staleLock ? "over a stale lock file" : "no lock file");
+        desktop.shown.clear();
+        if (staleLock) {
+            writeFile(dir + u"/corvanta.lck"_s, deadPid + '\n');
+        }
+        start("CORVANTA_STANDIN_EXIT_AT_ONCE");
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !desktop.shown.isEmpty(); }, 20000));
+        EXPECT_EQ(record->serverStatus(), ServerStatusStopped);
+        ASSERT_EQ(desktop.shown.size(), 1);
+        EXPECT_TRUE(
+            QRegularExpression(u"^Default Instance failed to start \\| The server exited with "
+                               "status 3\\.\nLast lines of its log:\n(.*\n)+.*exiting at once "
+                               "\\(CORVANTA_STANDIN_EXIT_AT_ONCE\\) \\| open-log$"_s)
+                .match(desktop.shown[0])
+                .hasMatch())
+            << desktop.shown[0].toStdString();
+    }
 }
 
 // Only the hang is told: the stop itself was asked for.
