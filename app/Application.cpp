@@ -86,22 +86,38 @@ bool Application::confirm(CorvantaInstance *instance, bool start) {
 }
 
 void Application::startInstance(QAction *sender) {
-    const CorvantaInstancePtr instance = sender->data().value<CorvantaInstancePtr>();
+    const CorvantaInstancePtr instance = sender->data().value<InstanceItem>().instance;
     if (instance && confirm(instance.get(), true) && instance->startup() && _statusWatch) {
         _statusWatch->startRequested(instance);
     }
 }
 
 void Application::stopInstance(QAction *sender) {
-    const CorvantaInstancePtr instance = sender->data().value<CorvantaInstancePtr>();
+    const CorvantaInstancePtr instance = sender->data().value<InstanceItem>().instance;
     if (instance && confirm(instance.get(), false) && instance->shutdown() && _statusWatch) {
         _statusWatch->stopRequested(instance);
+    }
+}
+
+void Application::menuItemChosen(QAction *item) {
+    switch (item->data().value<InstanceItem>().action) {
+        case InstanceItem::Action::Start:
+            startInstance(item);
+            break;
+        case InstanceItem::Action::Stop:
+            stopInstance(item);
+            break;
+        case InstanceItem::Action::None:
+            break;
     }
 }
 
 std::unique_ptr<QMenu> Application::createMenu() {
     auto menu = std::make_unique<QMenu>();
     QMenu *raw = menu.get();
+    // One connection for every instance item instead of one each: with many
+    // instances, making and dropping those was a tenth of an opening.
+    connect(raw, &QMenu::triggered, this, &Application::menuItemChosen);
     connect(raw, &QMenu::aboutToShow, this, [this, raw] {
         if (!std::exchange(_menuBuiltForPopup, false)) {
             menuWillOpen(raw);
@@ -140,7 +156,7 @@ void Application::menuWillOpen(QMenu *menu) {
         }
         for (qsizetype i = 0; i < instances.size(); ++i) {
             auto *item = new QAction(menu);
-            item->setData(QVariant::fromValue(instances[i]));
+            item->setData(QVariant::fromValue(InstanceItem{instances[i]}));
             updateMenuItem(item, instances[i].get(), mayOperate[i] != 0);
             menu->addAction(item);
         }
@@ -221,7 +237,7 @@ void Application::menuDidClose(QMenu *menu) {
 void Application::menuTimerFired(QMenu *menu) {
     const QList<QAction *> items = menu->actions();
     for (QAction *item : items) {
-        const CorvantaInstancePtr instance = item->data().value<CorvantaInstancePtr>();
+        const CorvantaInstancePtr instance = item->data().value<InstanceItem>().instance;
         if (instance) {
             instance->refresh();
             updateMenuItem(item, instance.get());
@@ -249,13 +265,14 @@ void Application::updateMenuItem(QAction *item, CorvantaInstance *instance,
     }
     const ItemTitleFormats &formats = *_itemTitleFormats;
     const QString *format = &formats.unknown;
-    void (Application::*action)(QAction *) = nullptr;
+    using Action = InstanceItem::Action;
+    Action action = Action::None;
     const auto permitted = [&] { return mayOperate ? *mayOperate : instance->canStart(); };
     switch (instance->serverStatus()) {
         case ServerStatusStopped:
             format = &formats.start;
             if (permitted()) {
-                action = &Application::startInstance;
+                action = Action::Start;
             }
             break;
         case ServerStatusStarting:
@@ -265,7 +282,7 @@ void Application::updateMenuItem(QAction *item, CorvantaInstance *instance,
             // Gated like starting: acting on an instance needs its directory writable.
             format = &formats.stop;
             if (permitted()) {
-                action = &Application::stopInstance;
+                action = Action::Stop;
             }
             break;
         case ServerStatusStopping:
@@ -275,11 +292,14 @@ void Application::updateMenuItem(QAction *item, CorvantaInstance *instance,
             break;
     }
     item->setText(format->arg(literalTitle(instance->instanceName())));
-    disconnect(item, &QAction::triggered, this, nullptr);
-    if (action) {
-        connect(item, &QAction::triggered, this, [this, item, action] { (this->*action)(item); });
+    // The menu's one connection acts on what the item holds; an unchanged
+    // value is not set again, which would have the menu lay itself out anew.
+    InstanceItem held = item->data().value<InstanceItem>();
+    if (held.action != action) {
+        held.action = action;
+        item->setData(QVariant::fromValue(held));
     }
-    item->setEnabled(action != nullptr);
+    item->setEnabled(action != Action::None);
 }
 
 void Application::launchKelvarine() {

@@ -24,6 +24,15 @@ class StatusWatch;
 class TrayNotifier;
 class TrayWatch;
 
+// What an instance's menu item holds: its record, and what choosing it does.
+struct InstanceItem {
+    enum class Action : quint8 { None, Start, Stop };
+    CorvantaInstancePtr instance;
+    Action action = Action::None;
+    friend bool operator==(const InstanceItem &, const InstanceItem &) = default;
+};
+Q_DECLARE_METATYPE(InstanceItem)
+
 // The tray front end: the status item, its menu (rebuilt at every opening and
 // refreshed while open), the start/stop confirmation, the links, the
 // installation environment and start at login. Main thread only.
@@ -56,6 +65,8 @@ public:
     bool confirm(CorvantaInstance *instance, bool start);
     void startInstance(QAction *sender);
     void stopInstance(QAction *sender);
+    // The menu's one connection for its instance items.
+    void menuItemChosen(QAction *item);
     std::unique_ptr<QMenu> createMenu();
     void menuWillOpen(QMenu *menu);
     void menuDidClose(QMenu *menu);

@@ -171,7 +171,8 @@ TEST_F(StatusMenu, ItemTitleAndActionFollowEveryServerStatus) {
     const QString dir = addInstance(u"R&D"_s);
     CorvantaInstance record(dir);
     QAction item;
-    item.setData(QVariant::fromValue(CorvantaInstancePtr(new CorvantaInstance(dir))));
+    item.setData(QVariant::fromValue(InstanceItem{CorvantaInstancePtr::create(dir)}));
+    menu->addAction(&item);  // the menu acts for its items
     fake.answer = 0;
     QString seen;
     for (const qint32 status : std::initializer_list<qint32>{
@@ -345,7 +346,7 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
         fake.answer = answer;
         menu->actions().first()->trigger();
         EXPECT_FALSE(inModalDialog());
-        const auto record = menu->actions().first()->data().value<CorvantaInstancePtr>();
+        const auto record = menu->actions().first()->data().value<InstanceItem>().instance;
         QString seen = QString::number(record->serverStatus()) + u' ' + open().section(u'\n', 0, 0);
         server = record->pid() ? record->pid() : server;
         if (release) {
