@@ -270,11 +270,33 @@ void InstanceWatcher::syncDirectories() {
             interest[entry.lockDir].append({it.key(), false, entry.lockName});
         }
     }
+    // A watch stays on the directory its path named when it was added. A
+    // replaced directory says so itself (its watch is dropped on that event);
+    // a path that now leads elsewhere shows in its parent, whose identity and
+    // modification time change. Only then is a directory watched again.
+    QHash<QString, bool> parentChanged;
+    QHash<QString, Paths::FileIdentity> parents;
+    for (auto it = interest.cbegin(); it != interest.cend(); ++it) {
+        const QString parent = Paths::parentOf(it.key());
+        if (!parentChanged.contains(parent)) {
+            const std::optional<Paths::FileIdentity> now = Paths::identityOf(parent);
+            const auto seen = _parents.constFind(parent);
+            parentChanged.insert(parent, !now || seen == _parents.cend() || *seen != *now);
+            if (now) {
+                parents.insert(parent, *now);
+            }
+        }
+    }
     QHash<QString, int> next;
     QSet<int> kept;
     for (auto it = interest.cbegin(); it != interest.cend(); ++it) {
         const QString &dir = it.key();
-        // Adding again is harmless and picks up a directory that was replaced.
+        const auto watched = _dirWatch.constFind(dir);
+        if (watched != _dirWatch.cend() && !parentChanged.value(Paths::parentOf(dir))) {
+            next.insert(dir, watched.value());
+            kept.insert(watched.value());
+            continue;
+        }
         const int wd = ::inotify_add_watch(_inotify, dir.toUtf8().constData(), kDirectoryEvents);
         if (wd >= 0) {
             next.insert(dir, wd);
@@ -289,6 +311,7 @@ void InstanceWatcher::syncDirectories() {
             ::inotify_rm_watch(_inotify, it.value());
         }
     }
+    _parents = std::move(parents);
     _dirWatch = std::move(next);
     _interest = std::move(interest);
 }
@@ -318,6 +341,11 @@ void InstanceWatcher::readInotify() {
             }
             const bool self = (event->mask & kSelfEvents) != 0;
             resync = resync || self;
+            if (self) {
+                // Gone or moved away: the next sync watches whatever the path names now.
+                _dirWatch.removeIf(
+                    [wd = event->wd](const auto &entry) { return entry.value() == wd; });
+            }
             const QString name =
                 event->len > 0
                     ? QString::fromUtf8(event->name, qsizetype(::strnlen(event->name, event->len)))

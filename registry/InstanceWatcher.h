@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CorvantaInstance.h"
+#include "Paths.h"
 
 #include <QHash>
 #include <QObject>
@@ -71,7 +72,8 @@ private:
     std::unique_ptr<QSocketNotifier> _inotifyNotifier;
     // Keyed by the instance directory.
     QHash<QString, std::shared_ptr<Entry>> _entries;
-    QHash<QString, int> _dirWatch;              // watched directory -> watch descriptor
-    QHash<QString, QList<Interest>> _interest;  // by watched directory
-    bool _bounded = false;                      // the last list was longer than MaxInstances
+    QHash<QString, int> _dirWatch;                 // watched directory -> watch descriptor
+    QHash<QString, QList<Interest>> _interest;     // by watched directory
+    QHash<QString, Paths::FileIdentity> _parents;  // of watched directories, at the last sync
+    bool _bounded = false;                         // the last list was longer than MaxInstances
 };

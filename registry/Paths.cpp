@@ -139,6 +139,19 @@ bool sameTime(const struct timespec &a, const struct timespec &b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
+std::optional<FileIdentity> identityOf(const QString &path) {
+    struct stat st;
+    if (::stat(path.toUtf8().constData(), &st) != 0) {
+        return std::nullopt;
+    }
+    return FileIdentity{st.st_dev, st.st_ino, st.st_mtim};
+}
+
+QString parentOf(const QString &path) {
+    const qsizetype slash = path.lastIndexOf(u'/');
+    return slash <= 0 ? QStringLiteral("/") : path.left(slash);
+}
+
 QString notRegularFileText() {
     return QStringLiteral("not a regular file");
 }

@@ -54,6 +54,22 @@ std::optional<ItemInfo> attributesOfTarget(const QByteArray &nativePath);
 
 bool sameTime(const struct timespec &a, const struct timespec &b);
 
+// Which directory a path leads to, and when its entries last changed.
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    struct timespec mtime {};
+
+    friend bool operator==(const FileIdentity &a, const FileIdentity &b) {
+        return a.device == b.device && a.inode == b.inode && sameTime(a.mtime, b.mtime);
+    }
+};
+// stat: follows symbolic links.
+std::optional<FileIdentity> identityOf(const QString &path);
+
+// The lexical parent of a standardised absolute path; "/" for "/" itself.
+QString parentOf(const QString &path);
+
 // A lock file holds a few bytes; anything past this is never looked at.
 constexpr qsizetype kAsciiReadLimit = 4096;
 

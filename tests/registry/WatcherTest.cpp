@@ -57,6 +57,23 @@ TEST_F(Watcher, ForeignServerIsFollowedThroughAReplacedDirectoryUntilItGoes) {
     EXPECT_EQ(watcher.directoryWatchCount(), 0);
 }
 
+// The next listing after a link on the way is re-pointed watches where the path leads now.
+TEST_F(Watcher, ARepointedLinkIsWatchedWhereItLeadsNow) {
+    const QString link = at("link");
+    makeInstance(at("a/db"));
+    makeInstance(at("b/db"));
+    ASSERT_EQ(::symlink(local(at("a")), local(link)), 0);
+    const auto linked = CorvantaInstancePtr::create(link + "/db");
+    linked->refresh();
+    watcher.watch({linked});
+    ASSERT_EQ(::symlink(local(at("b")), local(link + ".new")), 0);
+    ASSERT_EQ(::rename(local(link + ".new"), local(link)), 0);
+    watcher.watch({linked});
+    ProcessGuard foreign{forkSleeper()};
+    writeFile(at("b/db/corvanta.lck"), QByteArray::number(foreign.pid) + "\n");
+    EXPECT_TRUE(eventsUntil([&] { return linked->serverStatus() == ServerStatusRunning; }));
+}
+
 TEST_F(Watcher, WatchesAreBoundedAndReleased) {
     const int before = openDescriptors();
     QList<CorvantaInstancePtr> many;
