@@ -39,15 +39,18 @@ bool followsProcess(qint32 status) {
 
 }  // namespace
 
+// A process followed through its pidfd.
+struct InstanceWatcher::Follow {
+    qint32 pid = 0;  // the process followed (or tried); 0 for none
+    int fd = -1;
+    std::unique_ptr<QSocketNotifier> notifier;
+};
+
 struct InstanceWatcher::Entry {
     CorvantaInstancePtr instance;
-    qint32 pid = 0;  // the process followed (or tried); 0 for none
-    int pidfd = -1;
-    std::unique_ptr<QSocketNotifier> notifier;
+    Follow process;  // the one the record reads
     int unreaped = 0;
-    qint32 launchPid = 0;  // followLaunch's, while followed
-    int launchFd = -1;
-    std::unique_ptr<QSocketNotifier> launchNotifier;
+    Follow launch;  // followLaunch's
     // Where its events come from, worked out again only when its lock file moves.
     bool located = false;
     std::optional<QString> lockSeen;
@@ -116,7 +119,8 @@ void InstanceWatcher::refreshNow(const CorvantaInstancePtr &instance) {
 
 bool InstanceWatcher::watchesProcessOf(const CorvantaInstance *instance) const {
     const std::shared_ptr<Entry> entry = _entries.value(instance->directory());
-    return entry && entry->pidfd >= 0 && entry->notifier && entry->notifier->isEnabled();
+    return entry && entry->process.fd >= 0 && entry->process.notifier &&
+           entry->process.notifier->isEnabled();
 }
 
 void InstanceWatcher::refreshEntry(Entry &entry) {
@@ -129,59 +133,28 @@ void InstanceWatcher::refreshEntry(Entry &entry) {
 void InstanceWatcher::followProcess(Entry &entry) {
     const CorvantaInstance &instance = *entry.instance;
     const qint32 wanted = followsProcess(instance.serverStatus()) ? instance.pid() : 0;
-    if (wanted == entry.pid) {
+    if (wanted == entry.process.pid) {
         return;
     }
     releaseProcess(entry);
-    entry.pid = wanted;
-    if (wanted == 0) {
-        return;
+    if (wanted != 0) {
+        follow(entry.process, wanted, instance.directory(), &InstanceWatcher::processEnded);
     }
-    entry.pidfd = openPidfd(wanted);
-    if (entry.pidfd < 0) {
-        if (errno == ESRCH) {
-            // Ended between the probe and here: one more refresh tells.
-            const QString key = instance.directory();
-            QTimer::singleShot(0, this, [this, key] { processEnded(key); });
-        } else {
-            systemLog(QStringLiteral("Cannot watch process %1: %2")
-                          .arg(wanted)
-                          .arg(QString::fromLocal8Bit(std::strerror(errno))));
-        }
-        return;
-    }
-    entry.notifier = std::make_unique<QSocketNotifier>(entry.pidfd, QSocketNotifier::Read);
-    const QString key = instance.directory();
-    connect(entry.notifier.get(), &QSocketNotifier::activated, this,
-            [this, key] { processEnded(key); });
 }
 
 void InstanceWatcher::releaseProcess(Entry &entry) {
-    if (entry.notifier) {
-        // Possibly inside its own activation.
-        entry.notifier->setEnabled(false);
-        entry.notifier.release()->deleteLater();
-    }
-    if (entry.pidfd >= 0) {
-        ::close(entry.pidfd);
-    }
-    entry.pidfd = -1;
-    entry.pid = 0;
+    drop(entry.process);
     entry.unreaped = 0;
 }
 
-void InstanceWatcher::followLaunch(const CorvantaInstancePtr &instance, qint32 pid) {
-    const std::shared_ptr<Entry> entry = _entries.value(instance->directory());
-    if (!entry || entry->instance != instance || pid <= 1 ||
-        (entry->launchPid == pid && entry->launchFd >= 0)) {
-        return;
-    }
-    releaseLaunch(*entry);
-    const QString key = instance->directory();
-    const int fd = openPidfd(pid);
-    if (fd < 0) {
+void InstanceWatcher::follow(Follow &follow, qint32 pid, const QString &key,
+                             void (InstanceWatcher::*ended)(const QString &)) {
+    follow.pid = pid;
+    follow.fd = openPidfd(pid);
+    if (follow.fd < 0) {
         if (errno == ESRCH) {
-            QTimer::singleShot(0, this, [this, key] { launchEnded(key); });
+            // Ended between the probe and here: one more refresh tells.
+            QTimer::singleShot(0, this, [this, key, ended] { (this->*ended)(key); });
         } else {
             systemLog(QStringLiteral("Cannot watch process %1: %2")
                           .arg(pid)
@@ -189,11 +162,32 @@ void InstanceWatcher::followLaunch(const CorvantaInstancePtr &instance, qint32 p
         }
         return;
     }
-    entry->launchPid = pid;
-    entry->launchFd = fd;
-    entry->launchNotifier = std::make_unique<QSocketNotifier>(fd, QSocketNotifier::Read);
-    connect(entry->launchNotifier.get(), &QSocketNotifier::activated, this,
-            [this, key] { launchEnded(key); });
+    follow.notifier = std::make_unique<QSocketNotifier>(follow.fd, QSocketNotifier::Read);
+    connect(follow.notifier.get(), &QSocketNotifier::activated, this,
+            [this, key, ended] { (this->*ended)(key); });
+}
+
+void InstanceWatcher::drop(Follow &follow) {
+    if (follow.notifier) {
+        // Possibly inside its own activation.
+        follow.notifier->setEnabled(false);
+        follow.notifier.release()->deleteLater();
+    }
+    if (follow.fd >= 0) {
+        ::close(follow.fd);
+    }
+    follow.fd = -1;
+    follow.pid = 0;
+}
+
+void InstanceWatcher::followLaunch(const CorvantaInstancePtr &instance, qint32 pid) {
+    const std::shared_ptr<Entry> entry = _entries.value(instance->directory());
+    if (!entry || entry->instance != instance || pid <= 1 ||
+        (entry->launch.pid == pid && entry->launch.fd >= 0)) {
+        return;
+    }
+    drop(entry->launch);
+    follow(entry->launch, pid, instance->directory(), &InstanceWatcher::launchEnded);
 }
 
 void InstanceWatcher::launchEnded(const QString &key) {
@@ -202,26 +196,13 @@ void InstanceWatcher::launchEnded(const QString &key) {
         return;
     }
     // Heard once: should no refresh reap it, its pidfd would stay readable.
-    releaseLaunch(*entry);
+    drop(entry->launch);
     refreshEntry(*entry);
-}
-
-void InstanceWatcher::releaseLaunch(Entry &entry) {
-    if (entry.launchNotifier) {
-        // Possibly inside its own activation.
-        entry.launchNotifier->setEnabled(false);
-        entry.launchNotifier.release()->deleteLater();
-    }
-    if (entry.launchFd >= 0) {
-        ::close(entry.launchFd);
-    }
-    entry.launchFd = -1;
-    entry.launchPid = 0;
 }
 
 void InstanceWatcher::release(Entry &entry) {
     releaseProcess(entry);
-    releaseLaunch(entry);
+    drop(entry.launch);
 }
 
 void InstanceWatcher::processEnded(const QString &key) {
@@ -229,10 +210,11 @@ void InstanceWatcher::processEnded(const QString &key) {
     if (!entry) {
         return;
     }
-    const qint32 pid = entry->pid;
+    const qint32 pid = entry->process.pid;
     refreshEntry(*entry);
-    if (entry->pidfd >= 0 && entry->pid == pid && ++entry->unreaped >= kUnreapedLimit) {
-        entry->notifier->setEnabled(false);
+    if (entry->process.fd >= 0 && entry->process.pid == pid &&
+        ++entry->unreaped >= kUnreapedLimit) {
+        entry->process.notifier->setEnabled(false);
     }
 }
 

@@ -47,6 +47,7 @@ signals:
     void refreshed(const CorvantaInstancePtr &instance);
 
 private:
+    struct Follow;
     struct Entry;
 
     void readInotify();
@@ -55,8 +56,12 @@ private:
     void followProcess(Entry &entry);
     void releaseProcess(Entry &entry);
     void launchEnded(const QString &key);
-    static void releaseLaunch(Entry &entry);
     void release(Entry &entry);
+    // Follows `pid`: `ended` runs with `key` once it ends, from the event
+    // loop at once when it has ended already; other failures are logged.
+    void follow(Follow &follow, qint32 pid, const QString &key,
+                void (InstanceWatcher::*ended)(const QString &));
+    static void drop(Follow &follow);
     void syncDirectories();
     static void locate(Entry &entry);
 
