@@ -138,19 +138,29 @@ bool makeInstallation(const QTemporaryDir &home) {
     return true;
 }
 
+// An installation of kItems instances, listed once by its manager.
+struct ListedInstallation {
+    QTemporaryDir home;
+    bool written = makeInstallation(home);
+    CorvantaManager manager;
+    QList<CorvantaInstancePtr> instances;
+
+    ListedInstallation() {
+        manager.addSearchPath(home.path());
+        instances = manager.allInstances();
+    }
+};
+
 // The rescan every opening does before the menu changes, on its own.
 void BM_Rescan(benchmark::State &state) {
-    QTemporaryDir home;
-    if (!makeInstallation(home)) {
+    ListedInstallation listed;
+    if (!listed.written) {
         state.SkipWithError("cannot write the installation");
         return;
     }
-    CorvantaManager manager;
-    manager.addSearchPath(home.path());
-    manager.allInstances();
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        benchmark::DoNotOptimize(manager.allInstances());
+        benchmark::DoNotOptimize(listed.manager.allInstances());
         state.SetIterationTime(
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     }
@@ -159,18 +169,15 @@ void BM_Rescan(benchmark::State &state) {
 // The permission test each Start or Stop item needs, on its own: one
 // access() per instance.
 void BM_PermissionTests(benchmark::State &state) {
-    QTemporaryDir home;
-    if (!makeInstallation(home)) {
+    ListedInstallation listed;
+    if (!listed.written) {
         state.SkipWithError("cannot write the installation");
         return;
     }
-    CorvantaManager manager;
-    manager.addSearchPath(home.path());
-    const QList<CorvantaInstancePtr> instances = manager.allInstances();
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
         int permitted = 0;
-        for (const CorvantaInstancePtr &instance : instances) {
+        for (const CorvantaInstancePtr &instance : std::as_const(listed.instances)) {
             permitted += instance->canStart() ? 1 : 0;
         }
         benchmark::DoNotOptimize(permitted);
