@@ -115,8 +115,8 @@ void Application::menuItemChosen(QAction *item) {
 std::unique_ptr<QMenu> Application::createMenu() {
     auto menu = std::make_unique<QMenu>();
     QMenu *raw = menu.get();
-    // One connection for every instance item instead of one each: with many
-    // instances, making and dropping those was a tenth of an opening.
+    // One connection for every instance item instead of one each: making and
+    // dropping those cost about a millisecond per 1,000 items at each opening.
     connect(raw, &QMenu::triggered, this, &Application::menuItemChosen);
     connect(raw, &QMenu::aboutToShow, this, [this, raw] {
         if (!std::exchange(_menuBuiltForPopup, false)) {
