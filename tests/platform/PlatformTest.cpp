@@ -5,6 +5,7 @@
 
 #include <QGuiApplication>
 #include <QLocalSocket>
+#include <QScopeGuard>
 #include <QTranslator>
 
 #include "../TestSupport.h"
@@ -81,13 +82,29 @@ TEST(TranslationsTest, GermanIsEmbeddedAndEnglishIsTheFallback) {
     EXPECT_EQ(tr("Application", "Start %1"), "Start %1");
 }
 
-// This xdg-open records its arguments only once released, so an opener that
-// waited for it would fail.
+// This xdg-open blocks on its FIFO and records its arguments only once
+// released, so an opener that waited for it would fail. The timeout only
+// ends that deadlock in a failing run; a passing one never comes near it.
+const char *const kHeldXdgOpen =
+    "#!/bin/sh\ntimeout 120 sh -c 'read go <\"$1\"' sh \"$0.go\"\n"
+    "printf '%s\\n' \"$@\" >\"$0.tmp\" && mv \"$0.tmp\" \"$0.rec\"\n";
+
+// Opens the FIFO's writing end once the script holds its reading end (until
+// then the open fails with ENXIO), which releases the script.
+bool release(const QString &script) {
+    const int fd =
+        ::open(QFile::encodeName(script + ".go").constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    const bool written = ::write(fd, "go\n", 3) == 3;
+    ::close(fd);
+    return written;
+}
+
 QByteArray releaseAndRead(const QString &script) {
-    QFile go(script + ".go");
-    EXPECT_TRUE(go.open(QIODevice::WriteOnly));
-    EXPECT_TRUE(QTest::qWaitFor([&] { return QFile::exists(script + ".rec"); }, 10000));
-    go.remove();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return release(script); }, 20000));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return QFile::exists(script + ".rec"); }, 20000));
     const QByteArray recorded = readFile(script + ".rec");
     QFile::remove(script + ".rec");
     return recorded;
@@ -98,9 +115,9 @@ TEST_F(PlatformTest, OpenerHandsUrlsAndFilesToXdgOpenWithoutWaiting) {
         GTEST_SKIP() << "only desktop platforms hand URLs on; ctest runs this on Xvfb";
     }
     const QString script = program("fake", "xdg-open");
-    writeFile(script,
-              "#!/bin/sh\nfor i in $(seq 100); do [ -e \"$0.go\" ] && break; sleep 0.1; done\n"
-              "printf '%s\\n' \"$@\" >\"$0.tmp\" && mv \"$0.tmp\" \"$0.rec\"\n");
+    writeFile(script, kHeldXdgOpen);
+    ASSERT_EQ(::mkfifo(QFile::encodeName(script + ".go").constData(), 0600), 0);
+    const auto noneLeftWaiting = qScopeGuard([&] { release(script); });
     qputenv("PATH", QFile::encodeName(tmp.path()) + "/fake/bin:" + qgetenv("PATH"));
     QtDesktopOpener opener;
     ASSERT_TRUE(opener.openUrl(QUrl("http://localhost:8890/kelvarine/")));
