@@ -52,6 +52,7 @@ QList<CorvantaInstancePtr> CorvantaManager::allInstances() {
         ++i;
     }
 
+    const Paths::LookupBase base(_searchPaths);
     // A snapshot: the loop removes from the cache.
     const QList<CorvantaInstancePtr> snapshot = _instances.values();
     QList<CorvantaInstancePtr> result;

@@ -58,3 +58,23 @@ TEST_F(Manager, UnlistableSearchDirectoryIsReportedOnceAndLeavesTheListWhileTheW
               "~/first/a ~/gone/g;~/first/a ~/gone/g ~/last/new;~/first/a ~/last/new;"
               "~/first ~/last;Invalid directory ~/gone: Permission denied");
 }
+
+TEST_F(Manager, LookupsBelowABaseAnswerAsFromTheRootAndOnlyWhileItLives) {
+    const auto size = [](const QString &path) {
+        const auto info = Paths::attributesOfItem(path.toUtf8());
+        return info ? qint64(info->size) : -1;
+    };
+    writeFile(search + "/a/f", "1");
+    writeFile(search + "2/a/f", "22");  // shares the base's name as a prefix
+    {
+        Paths::LookupBase base({search});
+        EXPECT_EQ(size(search + "/a/f"), 1);
+        EXPECT_EQ(size(search + "2/a/f"), 2);
+        EXPECT_EQ(size(search + "/a/missing"), -1);
+        // Opened once: a directory put in its place is not seen while it lives.
+        ASSERT_EQ(::rename(search.toUtf8(), (search + ".old").toUtf8()), 0);
+        writeFile(search + "/a/f", "333");
+        EXPECT_EQ(size(search + "/a/f"), 1);
+    }
+    EXPECT_EQ(size(search + "/a/f"), 3);
+}
