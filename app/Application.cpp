@@ -18,6 +18,8 @@
 #include <QStyle>
 #include <QTimerEvent>
 
+#include <future>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -33,6 +35,73 @@ QString literalTitle(QString text) {
 // The statuses whose item offers Start or Stop, gated by canStart.
 bool actsOnServer(qint32 status) {
     return status == ServerStatusStopped || status == ServerStatusRunning;
+}
+
+InstanceItem::Action offeredAction(qint32 status, bool permitted) {
+    if (!permitted) {
+        return InstanceItem::Action::None;
+    }
+    switch (status) {
+        case ServerStatusStopped:
+            return InstanceItem::Action::Start;
+        case ServerStatusRunning:
+            return InstanceItem::Action::Stop;
+        default:
+            return InstanceItem::Action::None;
+    }
+}
+
+// An opening's items are owned by one object under the menu rather than by
+// the menu: emptying the menu then only removes them, and the previous
+// opening's items are deleted once the menu has closed, off the way from the
+// click to the menu on screen.
+const QString kOpeningItems = QStringLiteral("corvanta-opening-items");
+const QString kRetiredItems = QStringLiteral("corvanta-retired-items");
+
+QAction *addItem(QMenu *menu, QObject *owner, const QString &title) {
+    auto *item = new QAction(title, owner);
+    menu->addAction(item);
+    return item;
+}
+
+QObject *ownerOfItems(QMenu *menu, const QString &name) {
+    return menu->findChild<QObject *>(name, Qt::FindDirectChildrenOnly);
+}
+
+// Returns the owner of the opening's items.
+QObject *retireItems(QMenu *menu) {
+    delete ownerOfItems(menu, kRetiredItems);  // never closed since: a host that does not tell
+    if (QObject *last = ownerOfItems(menu, kOpeningItems)) {
+        last->setObjectName(kRetiredItems);
+    }
+    auto *items = new QObject(menu);
+    items->setObjectName(kOpeningItems);
+    return items;
+}
+
+// Whether each instance's item may offer Start or Stop. The access() calls,
+// some 2 ms per 1,000 instances, run on a second thread while this one empties
+// the menu and makes the items; they read only the records' paths, which never
+// change. Without a thread to spare they run when the answer is asked for.
+std::future<QList<char>> testPermissions(const QList<CorvantaInstancePtr> &instances) {
+    QList<char> asked(instances.size());
+    for (qsizetype i = 0; i < instances.size(); ++i) {
+        asked[i] = actsOnServer(instances[i]->serverStatus());
+    }
+    auto test = [instances, asked]() mutable {
+        for (qsizetype i = 0; i < instances.size(); ++i) {
+            asked[i] = asked[i] && instances[i]->canStart();
+        }
+        return asked;
+    };
+    if (instances.isEmpty()) {
+        return std::async(std::launch::deferred, std::move(test));
+    }
+    try {
+        return std::async(std::launch::async, test);
+    } catch (const std::system_error &) {
+        return std::async(std::launch::deferred, std::move(test));
+    }
 }
 
 }  // namespace
@@ -139,58 +208,62 @@ void Application::menuWillOpen(QMenu *menu) {
     }
     const QList<CorvantaInstancePtr> instances =
         _manager ? _manager->allInstances() : QList<CorvantaInstancePtr>();
+    std::future<QList<char>> permissions = testPermissions(instances);
 
     stopMenuUpdateTimer();
     _itemTitleFormats = translatedItemTitleFormats();
     _keyEquivalents.clear();
     menu->clear();
+    QObject *const owner = retireItems(menu);
     _defaultInstance.reset();
 
     if (!instances.isEmpty()) {
-        // The permission tests, one access() each, are made in a row before
-        // any item: between item constructions the same calls cost about
-        // twice as much.
-        QList<char> mayOperate(instances.size());
+        QList<QAction *> items;
+        items.reserve(instances.size());
         for (qsizetype i = 0; i < instances.size(); ++i) {
-            mayOperate[i] = actsOnServer(instances[i]->serverStatus()) && instances[i]->canStart();
+            items.append(new QAction(owner));
         }
+        const QList<char> mayOperate = permissions.get();
         for (qsizetype i = 0; i < instances.size(); ++i) {
-            auto *item = new QAction(menu);
-            item->setData(QVariant::fromValue(InstanceItem{instances[i]}));
-            updateMenuItem(item, instances[i].get(), mayOperate[i] != 0);
-            menu->addAction(item);
+            // Made with what it offers, so that filling it in sets nothing twice.
+            const bool permitted = mayOperate[i] != 0;
+            const InstanceItem held{instances[i],
+                                    offeredAction(instances[i]->serverStatus(), permitted)};
+            items[i]->setData(QVariant::fromValue(held));
+            updateMenuItem(items[i], instances[i].get(), permitted);
+            menu->addAction(items[i]);
         }
         _menuUpdateTarget = menu;
         _menuTicksLeft = MaxTicksPerOpening;
         _menuUpdateTimer.start(MenuUpdateIntervalMs, this);
     } else {
-        menu->addAction(tr("No Corvanta Instances"))->setEnabled(false);
+        addItem(menu, owner, tr("No Corvanta Instances"))->setEnabled(false);
     }
     _defaultInstance = chooseDefaultInstance(instances);
 
     menu->addSeparator();
-    QAction *log = menu->addAction(tr("Open Diagnostic Messages"));
+    QAction *log = addItem(menu, owner, tr("Open Diagnostic Messages"));
     if (_defaultInstance && _defaultInstance->logFile()) {
         connect(log, &QAction::triggered, this, &Application::viewLogFile);
     } else {
         log->setEnabled(false);
     }
-    QAction *console = menu->addAction(tr("Open Corvanta Kelvarine"));
+    QAction *console = addItem(menu, owner, tr("Open Corvanta Kelvarine"));
     if (_defaultInstance && _defaultInstance->serverStatus() == ServerStatusRunning) {
         connect(console, &QAction::triggered, this, &Application::launchKelvarine);
     } else {
         console->setEnabled(false);
     }
-    QAction *docs = menu->addAction(tr("View Online Documentation"));
+    QAction *docs = addItem(menu, owner, tr("View Online Documentation"));
     connect(docs, &QAction::triggered, this, &Application::onlineDocumentation);
 
     menu->addSeparator();
-    QAction *login = menu->addAction(tr("Start Corvanta Monitor at Login"));
+    QAction *login = addItem(menu, owner, tr("Start Corvanta Monitor at Login"));
     login->setCheckable(true);
     login->setChecked(willStartAtLogin(programUrl(), _loginItems));
     connect(login, &QAction::triggered, this, [this, login] { toggleStartAtLogin(login); });
 
-    QAction *quit = menu->addAction(tr("Quit Corvanta Monitor"));
+    QAction *quit = addItem(menu, owner, tr("Quit Corvanta Monitor"));
     connect(quit, &QAction::triggered, this, [] { QCoreApplication::quit(); });
     // Shown beside the title; as a window shortcut of the menu it acts only
     // while the menu is open. The filter adds Ctrl+Q.
@@ -228,6 +301,7 @@ Notifier &Application::trayNotifier() {
 
 void Application::menuDidClose(QMenu *menu) {
     stopMenuUpdateTimer();
+    delete ownerOfItems(menu, kRetiredItems);
     // The size fixed for an opening at the icon is that opening's; a menu the
     // tray host pops up itself sizes itself.
     menu->setMinimumSize(0, 0);
@@ -264,26 +338,17 @@ void Application::updateMenuItem(QAction *item, CorvantaInstance *instance,
         _itemTitleFormats = translatedItemTitleFormats();
     }
     const ItemTitleFormats &formats = *_itemTitleFormats;
+    const qint32 status = instance->serverStatus();
     const QString *format = &formats.unknown;
-    using Action = InstanceItem::Action;
-    Action action = Action::None;
-    const auto permitted = [&] { return mayOperate ? *mayOperate : instance->canStart(); };
-    switch (instance->serverStatus()) {
+    switch (status) {
         case ServerStatusStopped:
             format = &formats.start;
-            if (permitted()) {
-                action = Action::Start;
-            }
             break;
         case ServerStatusStarting:
             format = &formats.starting;
             break;
         case ServerStatusRunning:
-            // Gated like starting: acting on an instance needs its directory writable.
             format = &formats.stop;
-            if (permitted()) {
-                action = Action::Stop;
-            }
             break;
         case ServerStatusStopping:
             format = &formats.stopping;
@@ -291,6 +356,13 @@ void Application::updateMenuItem(QAction *item, CorvantaInstance *instance,
         default:
             break;
     }
+    // Stopping is gated like starting: acting on an instance needs its
+    // directory writable.
+    using Action = InstanceItem::Action;
+    const Action action =
+        actsOnServer(status)
+            ? offeredAction(status, mayOperate ? *mayOperate : instance->canStart())
+            : Action::None;
     item->setText(format->arg(literalTitle(instance->instanceName())));
     // The menu's one connection acts on what the item holds; an unchanged
     // value is not set again, which would have the menu lay itself out anew.

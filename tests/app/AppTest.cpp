@@ -228,6 +228,24 @@ TEST_F(StatusMenu, TicksRewriteItemsOnlyWhileOpenAndTheWatchFollowsTheDefaultMea
     EXPECT_TRUE(timerRunning());
 }
 
+// The last opening's items outlive the rebuild until the menu has closed, or
+// until the next opening when no close is ever reported.
+TEST_F(StatusMenu, EarlierOpeningsItemsAreDeletedOnceTheMenuHasClosed) {
+    addInstance(u"alpha"_s);
+    open();
+    const QPointer<QAction> first = item(u"Start Instance 'alpha'"_s);
+    open();
+    ASSERT_TRUE(first);
+    EXPECT_FALSE(menu->actions().contains(first.get()));
+    menu->hide();
+    EXPECT_FALSE(first);
+    const QPointer<QAction> second = item(u"Start Instance 'alpha'"_s);
+    app.menuWillOpen(menu.get());
+    app.menuWillOpen(menu.get());
+    EXPECT_FALSE(second);
+    EXPECT_EQ(describe(*menu), u"+ Start Instance 'alpha'\n"_s + fixedItems());
+}
+
 TEST_F(StatusMenu, QuitKeyActsOnlyInTheOpenMenu) {
     QWidget elsewhere;
     elsewhere.show();
