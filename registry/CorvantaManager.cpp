@@ -4,6 +4,51 @@
 #include "SystemLog.h"
 
 #include <algorithm>
+#include <atomic>
+#include <future>
+#include <system_error>
+
+namespace {
+
+// The rescan's system calls, a fifth of a millisecond per 50 records, are
+// shared with a second thread: both take chunks until none is left, so a
+// helper that is slow to start or busy costs at most the chunk it holds.
+constexpr qsizetype kFactsChunk = 32;
+
+QList<CorvantaInstance::FileFacts> askFileFacts(const QList<CorvantaInstancePtr> &records,
+                                                const QStringList &searchPaths) {
+    QList<CorvantaInstance::FileFacts> facts(records.size());
+    CorvantaInstance::FileFacts *const out = facts.data();
+    std::atomic<qsizetype> next{0};
+    const auto ask = [&records, &searchPaths, &next, out] {
+        const Paths::LookupBase base(searchPaths);
+        for (;;) {
+            const qsizetype begin = next.fetch_add(kFactsChunk);
+            if (begin >= records.size()) {
+                return;
+            }
+            const qsizetype end = std::min(begin + kFactsChunk, records.size());
+            for (qsizetype i = begin; i < end; ++i) {
+                out[i] = records[i]->fileFacts();
+            }
+        }
+    };
+    std::future<void> helper;
+    if (records.size() > 2 * kFactsChunk) {
+        try {
+            helper = std::async(std::launch::async, ask);
+        } catch (const std::system_error &) {
+            // No thread to spare: this one asks for all.
+        }
+    }
+    ask();
+    if (helper.valid()) {
+        helper.get();
+    }
+    return facts;
+}
+
+}  // namespace
 
 bool CorvantaManager::isDirectory(const QString &path) const {
     return Paths::existsAsDirectory(path);
@@ -52,13 +97,14 @@ QList<CorvantaInstancePtr> CorvantaManager::allInstances() {
         ++i;
     }
 
-    const Paths::LookupBase base(_searchPaths);
     // A snapshot: the loop removes from the cache.
     const QList<CorvantaInstancePtr> snapshot = _instances.values();
+    const QList<CorvantaInstance::FileFacts> facts = askFileFacts(snapshot, _searchPaths);
     QList<CorvantaInstancePtr> result;
     result.reserve(snapshot.size());
-    for (const CorvantaInstancePtr &instance : snapshot) {
-        instance->refresh();
+    for (qsizetype i = 0; i < snapshot.size(); ++i) {
+        const CorvantaInstancePtr &instance = snapshot[i];
+        instance->refresh(facts[i]);
         if (instance->entryStatus() == EntryStatusInvalid) {
             _instances.remove(instance->directory());
             continue;

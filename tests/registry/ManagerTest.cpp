@@ -78,3 +78,38 @@ TEST_F(Manager, LookupsBelowABaseAnswerAsFromTheRootAndOnlyWhileItLives) {
     }
     EXPECT_EQ(size(search + "/a/f"), 3);
 }
+
+// Enough records for the rescan to share its questions with a second thread:
+// every answer must still reach its own record.
+TEST_F(Manager, EveryRecordOfALargeInstallationGetsItsOwnAnswers) {
+    QStringList kept, malformed;
+    for (int i = 0; i < 300; ++i) {
+        const QString dir = search + QString::asprintf("/i%03d", i);
+        makeInstance(dir);
+        if (i % 5 != 0) {
+            kept.append(dir);
+        }
+        if (i % 7 == 0) {
+            malformed.append("Malformed .lck file " + dir + "/corvanta.lck");
+        }
+    }
+    manager.addSearchPath(search);
+    EXPECT_EQ(manager.allInstances().size(), 300);
+    for (int i = 0; i < 300; ++i) {
+        const QString dir = search + QString::asprintf("/i%03d", i);
+        if (i % 5 == 0) {
+            removePath(dir + "/corvanta.ini");
+        }
+        if (i % 7 == 0) {
+            writeFile(dir + "/corvanta.lck", "not a pid");
+        }
+    }
+    QStringList listed;
+    for (const CorvantaInstancePtr &instance : manager.allInstances()) {
+        listed.append(instance->directory());
+    }
+    listed.sort();
+    log.sort();
+    EXPECT_EQ(listed, kept);
+    EXPECT_EQ(log, malformed);
+}
