@@ -12,7 +12,8 @@
 #include <optional>
 
 // One instance directory: its names, its configuration probe, its server's
-// run status, and starting and stopping that server. Main thread only.
+// run status, and starting and stopping that server. Main thread only, but
+// for fileFacts().
 class CorvantaInstance {
     Q_DECLARE_TR_FUNCTIONS(CorvantaInstance)
 

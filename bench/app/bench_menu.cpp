@@ -327,10 +327,11 @@ int main(int argc, char **argv) {
                         (tray - rescan) / bare);
         }
         if (rescan > 0 && permissions > 0) {
-            // What every opening must ask the file system, beside the bare menu.
+            // What every opening must ask the file system, beside the bare menu;
+            // the tray overlaps the permission tests with its item work.
             std::printf(
-                "permission tests alone %.2f ms (mean); floor: bare menu, rescan and "
-                "permission tests %.2fx\n",
+                "permission tests alone %.2f ms (mean); bare menu, rescan and permission "
+                "tests one after another %.2fx\n",
                 permissions, (bare + rescan + permissions) / bare);
         }
         if (shownOnly > 0) {
