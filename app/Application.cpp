@@ -8,6 +8,7 @@
 #include "TrayWatch.h"
 #include "cli/Commands.h"
 #include "registry/Paths.h"
+#include "registry/SharedWork.h"
 
 #include <QAction>
 #include <QApplication>
@@ -18,8 +19,6 @@
 #include <QStyle>
 #include <QTimerEvent>
 
-#include <future>
-#include <system_error>
 #include <utility>
 
 namespace {
@@ -77,31 +76,6 @@ QObject *retireItems(QMenu *menu) {
     auto *items = new QObject(menu);
     items->setObjectName(kOpeningItems);
     return items;
-}
-
-// Whether each instance's item may offer Start or Stop. The access() calls,
-// some 2 ms per 1,000 instances, run on a second thread while this one empties
-// the menu and makes the items; they read only the records' paths, which never
-// change. Without a thread to spare they run when the answer is asked for.
-std::future<QList<char>> testPermissions(const QList<CorvantaInstancePtr> &instances) {
-    QList<char> asked(instances.size());
-    for (qsizetype i = 0; i < instances.size(); ++i) {
-        asked[i] = actsOnServer(instances[i]->serverStatus());
-    }
-    auto test = [instances, asked]() mutable {
-        for (qsizetype i = 0; i < instances.size(); ++i) {
-            asked[i] = asked[i] && instances[i]->canStart();
-        }
-        return asked;
-    };
-    if (instances.isEmpty()) {
-        return std::async(std::launch::deferred, std::move(test));
-    }
-    try {
-        return std::async(std::launch::async, test);
-    } catch (const std::system_error &) {
-        return std::async(std::launch::deferred, std::move(test));
-    }
 }
 
 }  // namespace
@@ -208,7 +182,22 @@ void Application::menuWillOpen(QMenu *menu) {
     }
     const QList<CorvantaInstancePtr> instances =
         _manager ? _manager->allInstances() : QList<CorvantaInstancePtr>();
-    std::future<QList<char>> permissions = testPermissions(instances);
+    // Whether each item may offer Start or Stop. The access() calls, some 2 ms
+    // per 1,000 instances, are shared with a second thread while this one
+    // empties the menu and makes the items; they read only the records' paths.
+    QList<char> mayOperate(instances.size());
+    for (qsizetype i = 0; i < instances.size(); ++i) {
+        mayOperate[i] = actsOnServer(instances[i]->serverStatus());
+    }
+    char *const answers = mayOperate.data();
+    SharedWork permissions(instances.size(), 64, 64,
+                           [&instances, answers](const SharedWork::Take &take) {
+                               while (const auto range = take()) {
+                                   for (qsizetype i = range->first; i < range->second; ++i) {
+                                       answers[i] = answers[i] && instances[i]->canStart();
+                                   }
+                               }
+                           });
 
     stopMenuUpdateTimer();
     _itemTitleFormats = translatedItemTitleFormats();
@@ -223,7 +212,7 @@ void Application::menuWillOpen(QMenu *menu) {
         for (qsizetype i = 0; i < instances.size(); ++i) {
             items.append(new QAction(owner));
         }
-        const QList<char> mayOperate = permissions.get();
+        permissions.finish();
         for (qsizetype i = 0; i < instances.size(); ++i) {
             // Made with what it offers, so that filling it in sets nothing twice.
             const bool permitted = mayOperate[i] != 0;

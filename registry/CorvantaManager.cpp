@@ -1,50 +1,27 @@
 #include "CorvantaManager.h"
 
 #include "Paths.h"
+#include "SharedWork.h"
 #include "SystemLog.h"
 
 #include <algorithm>
-#include <atomic>
-#include <future>
-#include <system_error>
 
 namespace {
 
-// The rescan's system calls, a fifth of a millisecond per 50 records, are
-// shared with a second thread: both take chunks until none is left, so a
-// helper that is slow to start or busy costs at most the chunk it holds.
-constexpr qsizetype kFactsChunk = 32;
-
+// Two system calls per record are most of a rescan; they are asked on two
+// threads, and the refresh that uses them stays on the calling one.
 QList<CorvantaInstance::FileFacts> askFileFacts(const QList<CorvantaInstancePtr> &records,
                                                 const QStringList &searchPaths) {
     QList<CorvantaInstance::FileFacts> facts(records.size());
     CorvantaInstance::FileFacts *const out = facts.data();
-    std::atomic<qsizetype> next{0};
-    const auto ask = [&records, &searchPaths, &next, out] {
+    SharedWork(records.size(), 32, 64, [&records, &searchPaths, out](const SharedWork::Take &take) {
         const Paths::LookupBase base(searchPaths);
-        for (;;) {
-            const qsizetype begin = next.fetch_add(kFactsChunk);
-            if (begin >= records.size()) {
-                return;
-            }
-            const qsizetype end = std::min(begin + kFactsChunk, records.size());
-            for (qsizetype i = begin; i < end; ++i) {
+        while (const auto range = take()) {
+            for (qsizetype i = range->first; i < range->second; ++i) {
                 out[i] = records[i]->fileFacts();
             }
         }
-    };
-    std::future<void> helper;
-    if (records.size() > 2 * kFactsChunk) {
-        try {
-            helper = std::async(std::launch::async, ask);
-        } catch (const std::system_error &) {
-            // No thread to spare: this one asks for all.
-        }
-    }
-    ask();
-    if (helper.valid()) {
-        helper.get();
-    }
+    }).finish();
     return facts;
 }
 

@@ -1,7 +1,13 @@
 #include "registry/CorvantaManager.h"
 #include "registry/Paths.h"
+#include "registry/SharedWork.h"
 
 #include "Support.h"
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+#include <vector>
 
 class Manager : public InstanceTest {
 protected:
@@ -112,4 +118,32 @@ TEST_F(Manager, EveryRecordOfALargeInstallationGetsItsOwnAnswers) {
     log.sort();
     EXPECT_EQ(listed, kept);
     EXPECT_EQ(log, malformed);
+}
+
+// A helper that has not started by the time the caller is done takes
+// nothing: the caller did every index, once, and waited for no chunk.
+TEST(SharedWork, EveryIndexIsDoneOnceAndALateHelperHoldsNothingUp) {
+    const qsizetype count = 1000;
+    std::vector<std::atomic<int>> done(count);
+    std::vector<std::thread::id> by(count);
+    const std::thread::id caller = std::this_thread::get_id();
+    std::atomic<bool> callerDone{false};
+    SharedWork work(count, 7, 1, [&](const SharedWork::Take &take) {
+        if (std::this_thread::get_id() != caller) {
+            callerDone.wait(false);  // starts only once the caller has finished its part
+        }
+        while (const auto range = take()) {
+            for (qsizetype i = range->first; i < range->second; ++i) {
+                done[i]++;
+                by[i] = std::this_thread::get_id();
+            }
+        }
+        if (std::this_thread::get_id() == caller) {
+            callerDone = true;
+            callerDone.notify_all();
+        }
+    });
+    work.finish();
+    EXPECT_TRUE(std::ranges::all_of(done, [](const auto &n) { return n == 1; }));
+    EXPECT_TRUE(std::ranges::all_of(by, [&](std::thread::id id) { return id == caller; }));
 }
