@@ -151,8 +151,8 @@ struct ListedInstallation {
     }
 };
 
-// The rescan every opening does before the menu changes, on its own.
-void BM_Rescan(benchmark::State &state) {
+// Times `step` on a listed installation of kItems instances, per iteration.
+void timeOnListed(benchmark::State &state, const std::function<void(ListedInstallation &)> &step) {
     ListedInstallation listed;
     if (!listed.written) {
         state.SkipWithError("cannot write the installation");
@@ -160,30 +160,29 @@ void BM_Rescan(benchmark::State &state) {
     }
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        benchmark::DoNotOptimize(listed.manager.allInstances());
+        step(listed);
         state.SetIterationTime(
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     }
 }
 
+// The rescan every opening does before the menu changes, on its own.
+void BM_Rescan(benchmark::State &state) {
+    timeOnListed(state, [](ListedInstallation &listed) {
+        benchmark::DoNotOptimize(listed.manager.allInstances());
+    });
+}
+
 // The permission test each Start or Stop item needs, on its own: one
-// access() per instance.
+// access() per instance, on one thread.
 void BM_PermissionTests(benchmark::State &state) {
-    ListedInstallation listed;
-    if (!listed.written) {
-        state.SkipWithError("cannot write the installation");
-        return;
-    }
-    for (auto _ : state) {
-        const auto start = std::chrono::steady_clock::now();
+    timeOnListed(state, [](ListedInstallation &listed) {
         int permitted = 0;
         for (const CorvantaInstancePtr &instance : std::as_const(listed.instances)) {
             permitted += instance->canStart() ? 1 : 0;
         }
         benchmark::DoNotOptimize(permitted);
-        state.SetIterationTime(
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-    }
+    });
 }
 
 void fillBare(QMenu &bare) {
