@@ -13,7 +13,7 @@
 
 // One instance directory: its names, its configuration probe, its server's
 // run status, and starting and stopping that server. Main thread only, but
-// for fileFacts().
+// for fileFacts() and canStart(), which only read its paths.
 class CorvantaInstance {
     Q_DECLARE_TR_FUNCTIONS(CorvantaInstance)
 
