@@ -1,6 +1,6 @@
-#include "CommandLine.h"
-#include "TrayLoader.h"
-#include "platform/Translations.h"
+#include "app/cli/CommandLine.h"
+#include "app/translations/Translations.h"
+#include "app/tray/TrayMain.h"
 
 #include <QCoreApplication>
 
@@ -13,7 +13,7 @@ int main(int argc, char *argv[]) {
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVANTA_VERSION));
     const CommandLine commandLine = CommandLine::parse(arguments);
     if (commandLine.action == CommandLine::Action::RunTray) {
-        return runTrayModule(argc, argv, commandLine.home);
+        return runTray(argc, argv, commandLine.home);
     }
     // Everything else runs without a display.
     QCoreApplication app(argc, argv);

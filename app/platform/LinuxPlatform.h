@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../PlatformServices.h"
+#include "PlatformServices.h"
 
 #include <QString>
 

@@ -495,14 +495,6 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
     </message>
 </context>
 <context>
-    <name>TrayModule</name>
-    <message>
-        <location filename="../TrayLoader.cpp" line="41"/>
-        <source>cannot load the tray module %1: %2</source>
-        <translation>das Modul für die Kontrollleiste %1 kann nicht geladen werden: %2</translation>
-    </message>
-</context>
-<context>
     <name>TrayWatch</name>
     <message>
         <location filename="../TrayWatch.cpp" line="24"/>

@@ -4,8 +4,8 @@
 // rebuilds the menu, as every opening does; the bare menu is likewise filled
 // afresh at each opening.
 
-#include "app/Application.h"
-#include "app/MenuPlacement.h"
+#include "app/tray/Application.h"
+#include "app/tray/MenuPlacement.h"
 #include "registry/CorvantaManager.h"
 #include "registry/SystemLog.h"
 

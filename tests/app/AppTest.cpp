@@ -1,9 +1,9 @@
-#include "app/Application.h"
-#include "app/MenuPlacement.h"
-#include "app/MessageBoxPrompt.h"
-#include "app/StatusIcon.h"
-#include "app/StatusWatch.h"
-#include "app/TrayWatch.h"
+#include "app/tray/Application.h"
+#include "app/tray/MenuPlacement.h"
+#include "app/tray/MessageBoxPrompt.h"
+#include "app/tray/StatusIcon.h"
+#include "app/tray/StatusWatch.h"
+#include "app/tray/TrayWatch.h"
 #include "registry/SystemLog.h"
 
 #include <QApplication>

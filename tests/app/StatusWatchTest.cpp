@@ -1,7 +1,7 @@
-#include "app/MonitorPreferences.h"
-#include "app/ServerTransitions.h"
-#include "app/StatusIcon.h"
-#include "app/StatusWatch.h"
+#include "app/tray/MonitorPreferences.h"
+#include "app/tray/ServerTransitions.h"
+#include "app/tray/StatusIcon.h"
+#include "app/tray/StatusWatch.h"
 #include "registry/CorvantaManager.h"
 #include "registry/SystemLog.h"
 

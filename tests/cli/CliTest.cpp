@@ -238,39 +238,6 @@ TEST_F(Commands, StartAndStopWaitUntilTheStateIsReachedOrTimeOut) {
     }
 }
 
-// The commands must not pay for mapping the tray's libraries: the loader's
-// own record of what it opened shows whether they came in.
-TEST_F(Commands, LoadNoGuiLibraries) {
-    const QString trace = at(u"ld"_s);
-    check({{"list", 0, "^INSTANCE", "^$"}, {"status --json", 3, "^\\{", "^$"}},
-          {u"LD_DEBUG=files"_s, u"LD_DEBUG_OUTPUT="_s + trace});
-    const QStringList files = QDir(root).entryList({u"ld.*"_s}, QDir::Files);
-    ASSERT_EQ(files.size(), 2);
-    for (const QString &name : files) {
-        QFile file(at(name));
-        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-        const QByteArray loaded = file.readAll();
-        SCOPED_TRACE(name.toStdString());
-        EXPECT_TRUE(loaded.contains("file=libQt6Core.so")) << "no trace of the loader";
-        for (const char *library : {"libQt6Widgets", "libQt6Gui", "libQt6DBus", "libQt6Network",
-                                    "corvanta-monitor-tray"}) {
-            EXPECT_FALSE(loaded.contains(library)) << library;
-        }
-    }
-}
-
-// Without its module beside it the program still runs the commands, and the
-// tray says in one line what it could not load.
-TEST_F(Commands, TrayWithoutItsModuleFailsInOneLine) {
-    ASSERT_TRUE(QDir(root).mkpath(u"bin"_s));
-    program = at(u"bin/corvanta-monitor"_s);
-    ASSERT_TRUE(QFile::copy(QStringLiteral(CORVANTA_MONITOR), program));
-    check({{"", 1, "^$",
-            "^corvanta-monitor: cannot load the tray module "
-            "@/bin/[^\n]*/corvanta-monitor-tray\\.so: [^\n]*No such file[^\n]*\n$"},
-           {"status", 3, "\ndatabase +yes +stopped", "^$"}});
-}
-
 }  // namespace
 
 int main(int argc, char *argv[]) {

@@ -1,4 +1,4 @@
-#include "DBusNotifier.h"
+#include "app/platform/DBusNotifier.h"
 
 #include <QDBusConnection>
 #include <QProcess>

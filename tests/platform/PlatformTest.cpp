@@ -1,7 +1,7 @@
-#include "LinuxPlatform.h"
-#include "SingleInstance.h"
-#include "Translations.h"
-#include "app/Application.h"
+#include "app/platform/LinuxPlatform.h"
+#include "app/platform/SingleInstance.h"
+#include "app/translations/Translations.h"
+#include "app/tray/Application.h"
 
 #include <QGuiApplication>
 #include <QLocalSocket>

@@ -3,11 +3,11 @@
 #include "Application.h"
 #include "MessageBoxPrompt.h"
 #include "TerminationSignals.h"
-#include "cli/Output.h"
-#include "platform/DBusNotifier.h"
-#include "platform/LinuxPlatform.h"
-#include "platform/SingleInstance.h"
-#include "platform/Translations.h"
+#include "app/cli/Output.h"
+#include "app/platform/DBusNotifier.h"
+#include "app/platform/LinuxPlatform.h"
+#include "app/platform/SingleInstance.h"
+#include "app/translations/Translations.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -72,6 +72,7 @@ int runTray(int &argc, char **argv, const std::optional<QString> &home) {
         printError(noDisplayLine());
         return ExitFailure;
     }
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.nordelix.CorvantaMonitor"));
     std::unique_ptr<QApplication> qapp;
     {
         const DisplayStartGuard guard;

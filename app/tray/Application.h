@@ -1,7 +1,7 @@
 #pragma once
 
 #include "MenuKeyEquivalents.h"
-#include "PlatformServices.h"
+#include "app/platform/PlatformServices.h"
 #include "registry/CorvantaInstance.h"
 #include "registry/CorvantaManager.h"
 #include "registry/Installation.h"

@@ -6,7 +6,7 @@
 #include "StatusWatch.h"
 #include "TrayNotifier.h"
 #include "TrayWatch.h"
-#include "cli/Commands.h"
+#include "app/cli/Commands.h"
 #include "registry/Paths.h"
 #include "registry/SharedWork.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "PlatformServices.h"
 #include "ServerTransitions.h"
 #include "StatusIcon.h"
+#include "app/platform/PlatformServices.h"
 #include "registry/CorvantaInstance.h"
 #include "registry/InstanceWatcher.h"
 

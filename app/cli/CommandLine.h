@@ -1,7 +1,7 @@
 #pragma once
 
-#include "cli/Commands.h"
-#include "cli/Output.h"
+#include "Commands.h"
+#include "Output.h"
 
 #include <QCoreApplication>
 #include <QString>
