@@ -21,7 +21,7 @@ test=(
     libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libinih-dev
     clang clang-format libclang-rt-14-dev
     strace stress openbox dbus-daemon
-    dpkg-dev lintian desktop-file-utils appstream
+    dpkg-dev lintian desktop-file-utils appstream groff-base
 )
 
 case ${1:-test} in

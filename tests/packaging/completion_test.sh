@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Drives the bash completion as bash does, through the real program and an
+# installation of its own, and checks what it offers.
+# Usage: completion_test.sh COMPLETION_FILE PROGRAM
+set -uo pipefail
+completion=$1 program=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+for dir in database analytics 'with space' 'quote"d'; do
+    mkdir -p "$work/home/$dir" && printf '[database]\n' >"$work/home/$dir/corvanta.ini"
+done
+
+# shellcheck source=/dev/null
+source "$completion" || { echo "FAIL: the completion does not load"; exit 1; }
+failures=0
+
+# Completes the words given (the last one is being typed) and compares the
+# sorted offers with the expected words.
+expect() {
+    local expected=$1
+    shift
+    COMP_WORDS=("$program" "$@")
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    COMPREPLY=()
+    _corvanta_monitor
+    local got
+    got=$(printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd' ')
+    if [[ $got != "$expected" ]]; then
+        echo "FAIL: '$*' offered '$got', expected '$expected'"
+        ((failures++))
+    fi
+}
+
+home=(--home "$work/home")
+expect "list start status stop" ""
+expect "start status stop" "${home[@]}" st
+expect "analytics database default quote\\\"d with\\ space" "${home[@]}" start ""
+expect "with\\ space" "${home[@]}" start w
+expect "analytics" "${home[@]}" stop a
+expect "database default" "${home[@]}" status d
+expect "--help --home --json --version --wait" "${home[@]}" start --
+expect "--help --home --json --version" list --
+expect "--help --home --set-home --version" --
+# With the installation from the environment instead of --home.
+CORVANTA_HOME=$work/home expect "analytics" start an
+# An installation that does not exist offers only "default".
+expect "default" --home "$work/none" start ""
+
+((failures == 0)) && echo "completion: all cases passed"
+exit $((failures != 0))
