@@ -9,11 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <system_error>
-#include <thread>
 
 #include "cfg/cfg_internal.h"
-#include "cfg/cfg_parse.h"
 
 namespace {
 
@@ -55,48 +52,27 @@ bool readFully(int fd, char *buf, size_t size) {
     return true;
 }
 
-// Reads the file into image->text and digests it, a chunk at a time, on a
-// worker thread while this thread parses behind the worker's progress.
-// False, with nothing done, when no thread can be started; else *whole tells
-// whether the whole file was read and *parsed gets the parse's result.
-bool readWhileParsing(int fd, ZEM_CfgHandle *image, bool *whole, int *parsed) {
-    char *const text = image->text;
-    const auto size = static_cast<uint32_t>(image->textSize);
-    corvanta::cfg::ReadProgress done{0};
-    std::thread worker;
-    try {
-        worker = std::thread([&] {
-            constexpr uint32_t kChunk = 128u << 10;
-            ZEM_MD5Context md5;
-            ZEM_MD5Init(&md5);
-            for (uint32_t at = 0; at < size;) {
-                const uint32_t n = std::min(kChunk, size - at);
-                if (!readFully(fd, text + at, n)) {
-                    *whole = false;
-                    done.store(corvanta::cfg::kReadFailed, std::memory_order_release);
-                    done.notify_one();
-                    return;
-                }
-                ZEM_MD5Update(&md5, text + at, n);
-                done.store(at += n, std::memory_order_release);
-                done.notify_one();
-            }
-            ZEM_MD5Final(image->digest, &md5);
-            *whole = true;
-        });
-    } catch (const std::system_error &) {
-        return false;
-    }
-    *parsed = corvanta::cfg::parseBehind(image, done);
-    worker.join();
-    return true;
-}
-
 void digestText(ZEM_CfgHandle *image) {
     ZEM_MD5Context md5;
     ZEM_MD5Init(&md5);
     ZEM_MD5Update(&md5, image->text, static_cast<uint32_t>(image->textSize));
     ZEM_MD5Final(image->digest, &md5);
+}
+
+// Reads and digests the file into image's text; false with nothing kept.
+bool readImage(const char *path, ZEM_CfgHandle *image) {
+    const int fd = openText(path, image);
+    if (fd < 0) {
+        return false;
+    }
+    const bool whole = readFully(fd, image->text, static_cast<size_t>(image->textSize));
+    close(fd);
+    if (!whole) {
+        _cfg_freeimage(image);
+        return false;
+    }
+    digestText(image);
+    return true;
 }
 
 // Same bytes as the image (typically a file this handle just committed).
@@ -123,31 +99,7 @@ extern "C" int _cfg_refresh(ZEM_CfgHandle *h) {
     // The new image is built beside the loaded one and replaces it only when
     // the bytes differ.
     ZEM_CfgHandle image{};
-    const int fd = openText(h->path, &image);
-    if (fd < 0) {
-        return -1;
-    }
-    bool whole = false;
-    int parsed = 0;
-    // A large file is parsed while it is read and digested, at the price of a
-    // parse thrown away when the bytes turn out unchanged; so only when no
-    // image is loaded or the size changed (a file merely touched keeps its
-    // size). The parser never looks at a byte before the digest has.
-    const bool likelyNew = h->text == nullptr || image.textSize != h->textSize;
-    if (!likelyNew || image.textSize < corvanta::cfg::kParallelMinSize ||
-        !readWhileParsing(fd, &image, &whole, &parsed)) {
-        whole = readFully(fd, image.text, static_cast<size_t>(image.textSize));
-        if (whole) {
-            digestText(&image);
-        }
-        if (whole && !sameAsLoaded(h, &image) && image.textSize > 0) {
-            _cfg_freeimage(h);  // before parsing, so both never coexist
-            parsed = _cfg_parse(&image);
-        }
-    }
-    close(fd);
-    if (!whole) {
-        _cfg_freeimage(&image);
+    if (!readImage(h->path, &image)) {
         return -1;
     }
     // Size and time stay stale on purpose when the bytes are unchanged, so
@@ -157,8 +109,8 @@ extern "C" int _cfg_refresh(ZEM_CfgHandle *h) {
         _cfg_freeimage(&image);
         return 0;
     }
-    _cfg_freeimage(h);
-    if (parsed != 0) {
+    _cfg_freeimage(h);  // before parsing, so both never coexist
+    if (image.textSize > 0 && _cfg_parse(&image) != 0) {
         _cfg_freeimage(&image);
         return -1;
     }
