@@ -4,9 +4,7 @@
  *
  * Callable from C and C++. Every function returns int: 0 for success, -1 for
  * failure, and ZEM_Cfg_refresh also 1 when the file was read and parsed anew.
- * Nothing here logs. The one fatal error is a formatted output line of 4,096
- * bytes or more during ZEM_Cfg_commit: one line goes to standard error and
- * the process ends.
+ * Nothing here logs, and nothing ends the process; failures set errno.
  *
  * Strings: every char pointer reachable through a handle (its section, id and
  * value fields and the strings of its entries) belongs to the library. It
@@ -141,9 +139,27 @@ int ZEM_Cfg_storeentry(ZEM_CfgHandle *handle, const char *section, const char *i
 int cfg_merge(ZEM_CfgHandle *handle, ZEM_CfgHandle *source);
 
 /* Writes the image to the file when it is modified and records the digest of
- * what it wrote, so the next refresh recognises the file. Returns 0 (also
- * when nothing was modified and when the file cannot be opened, which leaves
- * the handle modified), -1 for a null or unloaded handle. */
+ * what it wrote, so the next refresh recognises the file. Lines of any length
+ * are written whole.
+ *
+ * The new text goes to a temporary file beside the target (".NAME.XXXXXX",
+ * close-on-exec), which is flushed to disk and renamed over the target: a
+ * reader sees the old file or the new one, and a crash at any moment leaves
+ * one of them (and possibly the temporary file). When the path is a symbolic
+ * link, the file it finally names is replaced and the links stay. The new
+ * file keeps the old one's permission bits, and its owner where the caller
+ * may set it; a target that no longer exists is created with mode 0600.
+ *
+ * When no file can be made beside the target (a directory the caller may not
+ * write, holding a file they may), the file is rewritten in place instead.
+ * That is not atomic: a reader may see a mix, and a crash may leave one. On a
+ * failed write the old bytes are put back as far as the disk allows.
+ *
+ * Returns 0 when written or nothing was modified. Returns -1 with errno set
+ * for a null or unloaded handle, memory exhaustion, a text of 4 GiB or more
+ * (EFBIG) or any failure to make, write, flush or rename the file; the
+ * target is then left as it was, no temporary file remains and the handle
+ * stays modified, so a later commit may succeed. */
 int ZEM_Cfg_commit(ZEM_CfgHandle *handle);
 
 /* Removes trailing white space (C locale isspace) in place. Returns the

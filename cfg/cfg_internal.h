@@ -6,7 +6,6 @@
 #define CORVANTA_CFG_INTERNAL_H
 
 #include <stdint.h>
-#include <stdio.h>
 
 #include "cfg/cfg.h"
 #include "cfg/md5.h"
@@ -18,9 +17,6 @@ extern "C" {
 /* Largest file the library loads: the digest length is 32-bit, so bigger
  * files are refused rather than digested partially. */
 #define CFG_MAX_FILE_SIZE 0xFFFFFFFFu
-
-/* Longest formatted piece a commit may write (exclusive). */
-#define CFG_MAX_PIECE 4096
 
 /* Re-reads handle->path when it changed: 1 parsed anew, 0 image current,
  * -1 failure (the old image stays unless parsing itself failed). Drops
@@ -47,14 +43,6 @@ void _cfg_freeent(ZEM_CfgEntry *entry);
 /* Makes dst an owning deep copy of src. Returns -1 if a copy failed; dst then
  * holds null strings with their bits set, which frees harmlessly. */
 int _cfg_copyent(ZEM_CfgEntry *dst, const ZEM_CfgEntry *src);
-
-/* Writes the formatted text to out and adds it to the digest. A piece of
- * CFG_MAX_PIECE bytes or more ends the process with one line on stderr. */
-void _cfg_digestprintf(ZEM_MD5Context *md5, FILE *out, const char *format, ...)
-    __attribute__((format(printf, 3, 4)));
-
-/* Writes the image in the library's layout to out, digesting every byte. */
-void _cfg_writeimage(const ZEM_CfgHandle *handle, FILE *out, ZEM_MD5Context *md5);
 
 /* Blank set, NUL included (it stands for the end of a line). */
 static inline int _cfg_isblank(char c) {

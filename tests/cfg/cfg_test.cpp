@@ -17,26 +17,11 @@
 #include "cfg/cfg.h"
 #include "cfg/cfg_internal.h"
 #include "cfg/md5.h"
+#include "tests/cfg/TestFiles.h"
 
 namespace {
 
 using namespace std::string_literals;
-
-struct TempDir {
-    std::string path = (std::filesystem::temp_directory_path() / "cfgtest.XXXXXX").string();
-    std::error_code ignored;
-    TempDir() { EXPECT_NE(mkdtemp(path.data()), nullptr); }
-    ~TempDir() { std::filesystem::remove_all(path, ignored); }
-    std::string file(const std::string &name) const { return path + "/" + name; }
-};
-
-void writeFile(const std::string &path, const std::string &bytes) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-}
-
-std::string readFile(const std::string &path) {
-    return (std::ostringstream() << std::ifstream(path, std::ios::binary).rdbuf()).str();
-}
 
 std::string show(const char *s) {
     return s ? "<" + std::string(s) + ">" : "~";
@@ -174,10 +159,6 @@ TEST(CfgParse, LargeFileParsesAsItsPartsDoAndRefreshesAlike) {
     EXPECT_EQ(dumpEntries(img), entries);
     ASSERT_EQ(ZEM_Cfg_write(img, "S", "key", "edited"), 0);
     img.committed();
-}
-
-long openDescriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 // A blocking open of the FIFO would hang the test rather than fail it.
@@ -329,15 +310,6 @@ TEST(CfgMerge, ReplacesRunsInsertsNewKeysAppendsNewSectionsAndAlwaysMarksModifie
         EXPECT_EQ(from->modified, 0);
         EXPECT_EQ(into.committed(), file);
     }
-}
-
-// "k = " and the value: 4,095 bytes fit the line buffer, 4,096 end the process.
-TEST(CfgCommitDeathTest, LinesUpTo4095BytesAreWrittenAndLongerOnesEndTheProcess) {
-    const std::string value(4091, 'v');
-    EXPECT_EQ(edited("[s]\n", {{"s", "k", value.c_str()}}), "[s]\nk = " + value + "\n");
-    Image img("[s]\n");
-    ASSERT_EQ(ZEM_Cfg_write(img, "s", "k", (value + "v").c_str()), 0);
-    EXPECT_DEATH(ZEM_Cfg_commit(img), "configuration line of 4096 bytes exceeds the limit");
 }
 
 }  // namespace

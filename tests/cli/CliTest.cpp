@@ -5,6 +5,11 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+#include <sys/resource.h>
+
+#include <csignal>
+#include <functional>
+
 #include "../TestSupport.h"
 
 void PrintTo(const QJsonObject &object, std::ostream *out) {
@@ -58,6 +63,9 @@ protected:
         }
         QProcess process;
         process.setProcessEnvironment(environment);
+        if (childSetup) {
+            process.setChildProcessModifier(childSetup);
+        }
         process.setWorkingDirectory(root);
         process.start(program, args);
         if (!process.waitForFinished(60000)) {
@@ -113,6 +121,7 @@ protected:
     QTemporaryDir tmp;
     const QString root = QDir(tmp.path()).canonicalPath();
     QString program = QStringLiteral(CORVANTA_MONITOR);
+    std::function<void()> childSetup;  // runs in the child before exec
 };
 
 TEST_F(Commands, AnswerWithTheirExitStatus) {
@@ -159,6 +168,31 @@ TEST_F(Commands, AnswerWithTheirExitStatus) {
     // A display that is named but does not answer: Qt alone would abort.
     check({{"", 1, "^$", "^corvanta-monitor: cannot connect to a display \\(DISPLAY=:4711,"}},
           {u"DISPLAY=:4711"_s});
+}
+
+TEST_F(Commands, SetHomeKeepsTheRestOfTheSettingsFileAndReportsAFailedWrite) {
+    const QString file = at(u"config/corvanta-monitor/monitor.ini"_s);
+    const QByteArray comment = ";" + QByteArray(5000, 'c') + "\n";
+    const QByteArray original = comment + "[monitor]\nhome = /old\nkept = 1\n\n[theirs]\nx = y\n";
+    writeFile(file, original);
+    check({{"--set-home @/other", 0, "^$", "^$"}});
+    const QByteArray expected = comment + "[monitor]\nhome = " + at(u"other"_s).toUtf8() +
+                                "\nkept = 1\n\n[theirs]\nx = y\n";
+    EXPECT_EQ(readFile(file), expected);
+
+    // A file size limit makes the write fail with EFBIG (its signal ignored,
+    // which exec keeps): the file stays as it was.
+    childSetup = [] {
+        const rlimit limit{4096, 4096};
+        signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &limit);
+    };
+    check({{"--set-home @/inst", 1, "^$",
+            "^corvanta-monitor: @/config/corvanta-monitor/monitor.ini: File too large\n$"}});
+    EXPECT_EQ(readFile(file), expected);
+    EXPECT_EQ(QDir(at(u"config/corvanta-monitor"_s))
+                  .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList{u"monitor.ini"_s});
 }
 
 TEST_F(Commands, NoInstallationIsAFailureNamingEveryPlaceLookedAt) {
