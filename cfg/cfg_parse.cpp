@@ -51,12 +51,10 @@ char *skipIndent(char *p) {
     return p;
 }
 
-// The text ends with a NUL, which is a line end too.
+// The text ends with a NUL, which is a line end too. strcspn is the C
+// library's vectorised search, several times faster than a byte loop.
 char *findLineEnd(char *p) {
-    while (!isLineEnd(*p)) {
-        ++p;
-    }
-    return p;
+    return p + std::strcspn(p, "\n\r\x1a");
 }
 
 char *findValueStop(char *p, const char *end) {
