@@ -117,30 +117,12 @@ QString CorvantaInstance::directory() const {
     return _path;
 }
 
-CorvantaInstance::FileFacts CorvantaInstance::fileFacts() const {
-    FileFacts facts;
-    if (_lckFile) {
-        facts.lockFileAsked = true;
-        facts.lockFile = Paths::attributesOfTarget(_nativeLckFile);
-    }
-    if (_cacheTime) {
-        facts.configAsked = true;
-        facts.config = Paths::attributesOfItem(_nativeConfigPath);
-    }
-    return facts;
-}
-
 qint32 CorvantaInstance::pidValueFromLockFile() const {
-    return pidValueFromLockFile(nullptr);
-}
-
-qint32 CorvantaInstance::pidValueFromLockFile(const FileFacts *facts) const {
     if (!_lckFile) {
         return 0;
     }
     const QString &path = *_lckFile;
-    const auto target =
-        facts && facts->lockFileAsked ? facts->lockFile : Paths::attributesOfTarget(_nativeLckFile);
+    const auto target = Paths::attributesOfTarget(_nativeLckFile);
     if (!target || target->isDirectory()) {
         return 0;
     }
@@ -201,21 +183,13 @@ QString CorvantaInstance::qualify(const std::optional<QString> &value,
 }
 
 void CorvantaInstance::refresh() {
-    refresh(nullptr);
-}
-
-void CorvantaInstance::refresh(const FileFacts &facts) {
-    refresh(&facts);
-}
-
-void CorvantaInstance::refresh(const FileFacts *facts) {
     const qint32 known = _pid;
     if (_pid != 0 && isRunning(_pid)) {
         if (_serverStatus == ServerStatusStopping) {
             return;
         }
         if (_serverStatus == ServerStatusStarting) {
-            const qint32 lockPid = pidValueFromLockFile(facts);
+            const qint32 lockPid = pidValueFromLockFile();
             if (lockPid == 0) {
                 return;
             }
@@ -238,7 +212,7 @@ void CorvantaInstance::refresh(const FileFacts *facts) {
     if (_launchedPid != 0 && _launchedPid != known) {
         claimExitStatus(_launchedPid);
     }
-    _pid = pidValueFromLockFile(facts);
+    _pid = pidValueFromLockFile();
     if (_pid != 0) {
         if (isRunning(_pid)) {
             setStatus(ServerStatusRunning);
@@ -247,7 +221,7 @@ void CorvantaInstance::refresh(const FileFacts *facts) {
         systemLog(QStringLiteral("stale .lck file detected: %1").arg(*_lckFile));
     }
     setStatus(ServerStatusStopped);
-    if (!isValid(facts)) {
+    if (!isValid()) {
         _entryStatus = EntryStatusInvalid;
     }
 }
@@ -262,18 +236,12 @@ void CorvantaInstance::claimExitStatus(qint32 pid) {
 }
 
 bool CorvantaInstance::isValid() {
-    return isValid(nullptr);
-}
-
-bool CorvantaInstance::isValid(const FileFacts *facts) {
     // The common case first, without resolving the directory's links
     // component by component: the kernel follows them to the same item, and
     // an unchanged regular file needs nothing more. Anything else takes the
     // resolved path, which messages name and the parser reads.
     if (_cacheTime) {
-        const auto direct = facts && facts->configAsked
-                                ? facts->config
-                                : Paths::attributesOfItem(_nativeConfigPath);
+        const auto direct = Paths::attributesOfItem(_nativeConfigPath);
         if (direct && direct->isRegular() && Paths::sameTime(*_cacheTime, direct->mtime)) {
             return true;
         }

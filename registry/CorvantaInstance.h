@@ -13,7 +13,7 @@
 
 // One instance directory: its names, its configuration probe, its server's
 // run status, and starting and stopping that server. Main thread only, but
-// for fileFacts() and canStart(), which only read its paths.
+// for canStart(), which only reads its path.
 class CorvantaInstance {
     Q_DECLARE_TR_FUNCTIONS(CorvantaInstance)
 
@@ -23,23 +23,11 @@ public:
     QString instanceName() const;  // "Default Instance" or "Instance '%1'", translated
     QString directory() const;     // the path exactly as given
 
-    // What a refresh first asks the file system: the lock file's and the
-    // configuration's attributes. Asking reads only the record's paths and
-    // changes nothing, so another thread may ask while this one leaves the
-    // record alone; a rescan asks for many records on two threads at once.
-    struct FileFacts {
-        bool lockFileAsked = false, configAsked = false;
-        std::optional<Paths::ItemInfo> lockFile, config;
-    };
-    FileFacts fileFacts() const;
-
     qint32 pidValueFromLockFile() const;
     bool isRunning(qint32 pid) const;
     void setStatus(qint32 status);
     QString qualify(const std::optional<QString> &value, const QString &defaultValue) const;
     void refresh();
-    // The same with the facts asked beforehand, moments ago.
-    void refresh(const FileFacts &facts);
     bool isValid();
     bool canStart() const;
     qint32 launchExecutable(const QString &executable, const QStringList &options,
@@ -67,9 +55,6 @@ public:
     std::optional<int> lastExitStatus() const { return _lastExitStatus; }
 
 private:
-    qint32 pidValueFromLockFile(const FileFacts *facts) const;
-    void refresh(const FileFacts *facts);
-    bool isValid(const FileFacts *facts);
     void setLockFile(const QString &path);
     void claimExitStatus(qint32 pid);
 

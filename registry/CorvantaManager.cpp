@@ -1,31 +1,9 @@
 #include "CorvantaManager.h"
 
 #include "Paths.h"
-#include "SharedWork.h"
 #include "SystemLog.h"
 
 #include <algorithm>
-
-namespace {
-
-// Two system calls per record are most of a rescan; they are asked on two
-// threads, and the refresh that uses them stays on the calling one.
-QList<CorvantaInstance::FileFacts> askFileFacts(const QList<CorvantaInstancePtr> &records,
-                                                const QStringList &searchPaths) {
-    QList<CorvantaInstance::FileFacts> facts(records.size());
-    CorvantaInstance::FileFacts *const out = facts.data();
-    SharedWork(records.size(), 32, 64, [&records, &searchPaths, out](const SharedWork::Take &take) {
-        const Paths::LookupBase base(searchPaths);
-        while (const auto range = take()) {
-            for (qsizetype i = range->first; i < range->second; ++i) {
-                out[i] = records[i]->fileFacts();
-            }
-        }
-    }).finish();
-    return facts;
-}
-
-}  // namespace
 
 bool CorvantaManager::isDirectory(const QString &path) const {
     return Paths::existsAsDirectory(path);
@@ -76,12 +54,10 @@ QList<CorvantaInstancePtr> CorvantaManager::allInstances() {
 
     // A snapshot: the loop removes from the cache.
     const QList<CorvantaInstancePtr> snapshot = _instances.values();
-    const QList<CorvantaInstance::FileFacts> facts = askFileFacts(snapshot, _searchPaths);
     QList<CorvantaInstancePtr> result;
     result.reserve(snapshot.size());
-    for (qsizetype i = 0; i < snapshot.size(); ++i) {
-        const CorvantaInstancePtr &instance = snapshot[i];
-        instance->refresh(facts[i]);
+    for (const CorvantaInstancePtr &instance : snapshot) {
+        instance->refresh();
         if (instance->entryStatus() == EntryStatusInvalid) {
             _instances.remove(instance->directory());
             continue;

@@ -121,61 +121,15 @@ std::optional<ItemInfo> attributesOfTarget(const QString &path) {
 
 namespace {
 
-thread_local LookupBase *innermostBase = nullptr;
-
 std::optional<ItemInfo> attributesAt(const QByteArray &nativePath, int flags) {
-    int dirfd = AT_FDCWD;
-    const char *path = LookupBase::relative(nativePath, &dirfd);
     struct stat st;
-    if (::fstatat(dirfd, path, &st, flags) != 0) {
+    if (::fstatat(AT_FDCWD, nativePath.constData(), &st, flags) != 0) {
         return std::nullopt;
     }
     return fromStat(st);
 }
 
 }  // namespace
-
-LookupBase::LookupBase(const QStringList &directories) : _outer(innermostBase) {
-    innermostBase = this;
-    for (const QString &directory : directories) {
-        QByteArray native = directory.toUtf8();
-        // The root gains nothing, and a relative base would move with the cwd.
-        if (!native.startsWith('/') || native == "/") {
-            continue;
-        }
-        const int fd = ::open(native.constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-        if (fd < 0) {
-            continue;
-        }
-        if (!native.endsWith('/')) {
-            native.append('/');
-        }
-        _opened.append({std::move(native), fd});
-    }
-}
-
-LookupBase::~LookupBase() {
-    innermostBase = _outer;
-    for (const Opened &opened : std::as_const(_opened)) {
-        ::close(opened.fd);
-    }
-}
-
-const char *LookupBase::relative(const QByteArray &nativePath, int *dirfd) {
-    for (const LookupBase *base = innermostBase; base != nullptr; base = base->_outer) {
-        for (const Opened &opened : base->_opened) {
-            const qsizetype length = opened.prefix.size();
-            if (nativePath.size() > length &&
-                std::memcmp(nativePath.constData(), opened.prefix.constData(), size_t(length)) ==
-                    0) {
-                *dirfd = opened.fd;
-                return nativePath.constData() + length;
-            }
-        }
-    }
-    *dirfd = AT_FDCWD;
-    return nativePath.constData();
-}
 
 std::optional<ItemInfo> attributesOfItem(const QByteArray &nativePath) {
     return attributesAt(nativePath, AT_SYMLINK_NOFOLLOW);

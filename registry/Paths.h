@@ -54,33 +54,6 @@ std::optional<ItemInfo> attributesOfTarget(const QByteArray &nativePath);
 
 bool sameTime(const struct timespec &a, const struct timespec &b);
 
-// While one lives, its thread's attributesOf* calls on paths below one of
-// `directories` (as given) walk from a descriptor of that directory rather
-// than from the root: a rescan asks about thousands of paths that share a
-// prefix, and the walk down the prefix is a third of each call. Each directory
-// is opened once, when the base is made; paths must not leave it through "..".
-// A directory that cannot be opened changes nothing. Bases nest, and each must
-// end before the one made before it on the same thread.
-class LookupBase {
-public:
-    explicit LookupBase(const QStringList &directories);
-    ~LookupBase();
-    LookupBase(const LookupBase &) = delete;
-    LookupBase &operator=(const LookupBase &) = delete;
-
-    // The descriptor and the rest of `nativePath` to look up from it, or
-    // AT_FDCWD and the path itself when no base on this thread holds it.
-    static const char *relative(const QByteArray &nativePath, int *dirfd);
-
-private:
-    struct Opened {
-        QByteArray prefix;  // with the trailing separator
-        int fd;
-    };
-    QList<Opened> _opened;
-    LookupBase *_outer = nullptr;
-};
-
 // Which directory a path leads to, and when its entries last changed.
 struct FileIdentity {
     dev_t device = 0;

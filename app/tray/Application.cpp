@@ -8,7 +8,6 @@
 #include "TrayWatch.h"
 #include "app/cli/Commands.h"
 #include "registry/Paths.h"
-#include "registry/SharedWork.h"
 
 #include <QAction>
 #include <QApplication>
@@ -182,55 +181,42 @@ void Application::menuWillOpen(QMenu *menu) {
     }
     const QList<CorvantaInstancePtr> instances =
         _manager ? _manager->allInstances() : QList<CorvantaInstancePtr>();
-    // Whether each item may offer Start or Stop. The access() calls, some 2 ms
-    // per 1,000 instances, are shared with a second thread while this one
-    // empties the menu and makes the items; they read only the records' paths.
-    QList<char> mayOperate(instances.size());
-    for (qsizetype i = 0; i < instances.size(); ++i) {
-        mayOperate[i] = actsOnServer(instances[i]->serverStatus());
-    }
-    char *const answers = mayOperate.data();
-    SharedWork permissions(instances.size(), 64, 64,
-                           [&instances, answers](const SharedWork::Take &take) {
-                               while (const auto range = take()) {
-                                   for (qsizetype i = range->first; i < range->second; ++i) {
-                                       answers[i] = answers[i] && instances[i]->canStart();
-                                   }
-                               }
-                           });
-
     stopMenuUpdateTimer();
     _itemTitleFormats = translatedItemTitleFormats();
     _keyEquivalents.clear();
     menu->clear();
     QObject *const owner = retireItems(menu);
-    _defaultInstance.reset();
-
-    if (!instances.isEmpty()) {
-        QList<QAction *> items;
-        items.reserve(instances.size());
-        for (qsizetype i = 0; i < instances.size(); ++i) {
-            items.append(new QAction(owner));
-        }
-        permissions.finish();
-        for (qsizetype i = 0; i < instances.size(); ++i) {
-            // Made with what it offers, so that filling it in sets nothing twice.
-            const bool permitted = mayOperate[i] != 0;
-            const InstanceItem held{instances[i],
-                                    offeredAction(instances[i]->serverStatus(), permitted)};
-            items[i]->setData(QVariant::fromValue(held));
-            updateMenuItem(items[i], instances[i].get(), permitted);
-            menu->addAction(items[i]);
-        }
-        _menuUpdateTarget = menu;
-        _menuTicksLeft = MaxTicksPerOpening;
-        _menuUpdateTimer.start(MenuUpdateIntervalMs, this);
-    } else {
-        addItem(menu, owner, tr("No Corvanta Instances"))->setEnabled(false);
-    }
     _defaultInstance = chooseDefaultInstance(instances);
 
+    addInstanceItems(menu, owner, instances);
     menu->addSeparator();
+    addLinkItems(menu, owner);
+    menu->addSeparator();
+    addLoginAndQuitItems(menu, owner);
+    watchStatus(instances);
+}
+
+void Application::addInstanceItems(QMenu *menu, QObject *owner,
+                                   const QList<CorvantaInstancePtr> &instances) {
+    if (instances.isEmpty()) {
+        addItem(menu, owner, tr("No Corvanta Instances"))->setEnabled(false);
+        return;
+    }
+    for (const CorvantaInstancePtr &instance : instances) {
+        // Made with what it offers, so that filling it in sets nothing twice.
+        const bool permitted = actsOnServer(instance->serverStatus()) && instance->canStart();
+        QAction *item = new QAction(owner);
+        item->setData(QVariant::fromValue(
+            InstanceItem{instance, offeredAction(instance->serverStatus(), permitted)}));
+        updateMenuItem(item, instance.get(), permitted);
+        menu->addAction(item);
+    }
+    _menuUpdateTarget = menu;
+    _menuTicksLeft = MaxTicksPerOpening;
+    _menuUpdateTimer.start(MenuUpdateIntervalMs, this);
+}
+
+void Application::addLinkItems(QMenu *menu, QObject *owner) {
     QAction *log = addItem(menu, owner, tr("Open Diagnostic Messages"));
     if (_defaultInstance && _defaultInstance->logFile()) {
         connect(log, &QAction::triggered, this, &Application::viewLogFile);
@@ -245,8 +231,9 @@ void Application::menuWillOpen(QMenu *menu) {
     }
     QAction *docs = addItem(menu, owner, tr("View Online Documentation"));
     connect(docs, &QAction::triggered, this, &Application::onlineDocumentation);
+}
 
-    menu->addSeparator();
+void Application::addLoginAndQuitItems(QMenu *menu, QObject *owner) {
     QAction *login = addItem(menu, owner, tr("Start Corvanta Monitor at Login"));
     login->setCheckable(true);
     login->setChecked(willStartAtLogin(programUrl(), _loginItems));
@@ -258,7 +245,6 @@ void Application::menuWillOpen(QMenu *menu) {
     // while the menu is open. The filter adds Ctrl+Q.
     quit->setShortcut(QKeySequence(Qt::Key_Q));
     _keyEquivalents.assign(Qt::Key_Q, quit);
-    watchStatus(instances);
 }
 
 // Between openings the instances this one found are watched by kernel

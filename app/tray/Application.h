@@ -107,6 +107,10 @@ private:
     };
     static ItemTitleFormats translatedItemTitleFormats();
 
+    // The parts of the menu, in their order.
+    void addInstanceItems(QMenu *menu, QObject *owner, const QList<CorvantaInstancePtr> &instances);
+    void addLinkItems(QMenu *menu, QObject *owner);
+    void addLoginAndQuitItems(QMenu *menu, QObject *owner);
     void stopMenuUpdateTimer();
     void statusItemActivated(QSystemTrayIcon::ActivationReason reason);
     void showMenuAtIcon();

@@ -1,6 +1,5 @@
 #include "registry/CorvantaManager.h"
 #include "registry/Paths.h"
-#include "registry/SharedWork.h"
 
 #include "Support.h"
 
@@ -65,28 +64,8 @@ TEST_F(Manager, UnlistableSearchDirectoryIsReportedOnceAndLeavesTheListWhileTheW
               "~/first ~/last;Invalid directory ~/gone: Permission denied");
 }
 
-TEST_F(Manager, LookupsBelowABaseAnswerAsFromTheRootAndOnlyWhileItLives) {
-    const auto size = [](const QString &path) {
-        const auto info = Paths::attributesOfItem(path.toUtf8());
-        return info ? qint64(info->size) : -1;
-    };
-    writeFile(search + "/a/f", "1");
-    writeFile(search + "2/a/f", "22");  // shares the base's name as a prefix
-    {
-        Paths::LookupBase base({search});
-        EXPECT_EQ(size(search + "/a/f"), 1);
-        EXPECT_EQ(size(search + "2/a/f"), 2);
-        EXPECT_EQ(size(search + "/a/missing"), -1);
-        // Opened once: a directory put in its place is not seen while it lives.
-        ASSERT_EQ(::rename(search.toUtf8(), (search + ".old").toUtf8()), 0);
-        writeFile(search + "/a/f", "333");
-        EXPECT_EQ(size(search + "/a/f"), 1);
-    }
-    EXPECT_EQ(size(search + "/a/f"), 3);
-}
-
-// Enough records for the rescan to share its questions with a second thread:
-// every answer must still reach its own record.
+// Every record of a large installation gets its own answers, its failures
+// logged once each.
 TEST_F(Manager, EveryRecordOfALargeInstallationGetsItsOwnAnswers) {
     QStringList kept, malformed;
     for (int i = 0; i < 300; ++i) {
@@ -118,32 +97,4 @@ TEST_F(Manager, EveryRecordOfALargeInstallationGetsItsOwnAnswers) {
     log.sort();
     EXPECT_EQ(listed, kept);
     EXPECT_EQ(log, malformed);
-}
-
-// A helper that has not started by the time the caller is done takes
-// nothing: the caller did every index, once, and waited for no chunk.
-TEST(SharedWork, EveryIndexIsDoneOnceAndALateHelperHoldsNothingUp) {
-    const qsizetype count = 1000;
-    std::vector<std::atomic<int>> done(count);
-    std::vector<std::thread::id> by(count);
-    const std::thread::id caller = std::this_thread::get_id();
-    std::atomic<bool> callerDone{false};
-    SharedWork work(count, 7, 1, [&](const SharedWork::Take &take) {
-        if (std::this_thread::get_id() != caller) {
-            callerDone.wait(false);  // starts only once the caller has finished its part
-        }
-        while (const auto range = take()) {
-            for (qsizetype i = range->first; i < range->second; ++i) {
-                done[i]++;
-                by[i] = std::this_thread::get_id();
-            }
-        }
-        if (std::this_thread::get_id() == caller) {
-            callerDone = true;
-            callerDone.notify_all();
-        }
-    });
-    work.finish();
-    EXPECT_TRUE(std::ranges::all_of(done, [](const auto &n) { return n == 1; }));
-    EXPECT_TRUE(std::ranges::all_of(by, [&](std::thread::id id) { return id == caller; }));
 }
