@@ -4,107 +4,107 @@
 <context>
     <name>Application</name>
     <message>
-        <location filename="../Application.cpp" line="281"/>
+        <location filename="../tray/Application.cpp" line="379"/>
         <source>Nordelix Corvanta</source>
         <translation>Nordelix Corvanta</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="224"/>
+        <location filename="../tray/Application.cpp" line="306"/>
         <source>Start %1</source>
         <translation>%1 starten</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="230"/>
+        <location filename="../tray/Application.cpp" line="306"/>
         <source>%1: Starting</source>
         <translation>%1: Wird gestartet</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="234"/>
+        <location filename="../tray/Application.cpp" line="306"/>
         <source>Stop %1</source>
         <translation>%1 beenden</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="240"/>
+        <location filename="../tray/Application.cpp" line="306"/>
         <source>%1: Stopping</source>
         <translation>%1: Wird beendet</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="243"/>
+        <location filename="../tray/Application.cpp" line="307"/>
         <source>%1: Unknown</source>
         <translation>%1: Unbekannt</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="134"/>
+        <location filename="../tray/Application.cpp" line="202"/>
         <source>No Corvanta Instances</source>
         <translation>Keine Corvanta-Instanzen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="139"/>
+        <location filename="../tray/Application.cpp" line="220"/>
         <source>Open Diagnostic Messages</source>
         <translation>Diagnosemeldungen öffnen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="145"/>
+        <location filename="../tray/Application.cpp" line="226"/>
         <source>Open Corvanta Kelvarine</source>
         <translation>Corvanta Kelvarine öffnen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="151"/>
+        <location filename="../tray/Application.cpp" line="232"/>
         <source>View Online Documentation</source>
         <translation>Online-Dokumentation anzeigen</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="155"/>
+        <location filename="../tray/Application.cpp" line="237"/>
         <source>Start Corvanta Monitor at Login</source>
         <translation>Corvanta Monitor bei der Anmeldung starten</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="160"/>
+        <location filename="../tray/Application.cpp" line="242"/>
         <source>Quit Corvanta Monitor</source>
         <translation>Corvanta Monitor beenden</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="65"/>
+        <location filename="../tray/Application.cpp" line="116"/>
         <source>Do you want to start the %1?</source>
         <translation>Möchten Sie die %1 starten?</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="65"/>
+        <location filename="../tray/Application.cpp" line="116"/>
         <source>Do you want to stop the %1?</source>
         <translation>Möchten Sie die %1 beenden?</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="68"/>
+        <location filename="../tray/Application.cpp" line="119"/>
         <source>This will start up a Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird eine Corvanta-Instanz im Verzeichnis
 %1 gestartet.</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="69"/>
+        <location filename="../tray/Application.cpp" line="120"/>
         <source>This will stop the Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird die Corvanta-Instanz im Verzeichnis
 %1 beendet.</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="71"/>
+        <location filename="../tray/Application.cpp" line="122"/>
         <source>Start</source>
         <translation>Starten</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="71"/>
+        <location filename="../tray/Application.cpp" line="122"/>
         <source>Stop</source>
         <translation>Beenden</translation>
     </message>
     <message>
-        <location filename="../Application.cpp" line="72"/>
-        <location filename="../Application.cpp" line="177"/>
+        <location filename="../tray/Application.cpp" line="123"/>
+        <location filename="../tray/Application.cpp" line="258"/>
         <source>Cancel</source>
         <translation>Abbrechen</translation>
     </message>
     <message>
-        <location filename="../TrayMain.cpp" line="88"/>
+        <location filename="../tray/TrayMain.cpp" line="89"/>
         <source>Corvanta Monitor is already running</source>
         <translation>Corvanta Monitor läuft bereits</translation>
     </message>
@@ -112,47 +112,47 @@
 <context>
     <name>CommandLine</name>
     <message>
-        <location filename="../CommandLine.cpp" line="18"/>
+        <location filename="../cli/CommandLine.cpp" line="17"/>
         <source>Show this help and exit.</source>
         <translation>Diese Hilfe anzeigen und beenden.</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="20"/>
+        <location filename="../cli/CommandLine.cpp" line="19"/>
         <source>Show the version and exit.</source>
         <translation>Die Version anzeigen und beenden.</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="22"/>
+        <location filename="../cli/CommandLine.cpp" line="21"/>
         <source>Use the Corvanta installation in &lt;dir&gt;.</source>
         <translation>Die Corvanta-Installation in &lt;dir&gt; verwenden.</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="26"/>
+        <location filename="../cli/CommandLine.cpp" line="25"/>
         <source>Remember &lt;dir&gt; as the Corvanta installation in the settings file and exit.</source>
         <translation>&lt;dir&gt; als Corvanta-Installation in der Einstellungsdatei speichern und beenden.</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="30"/>
+        <location filename="../cli/CommandLine.cpp" line="29"/>
         <source>list, status, start, stop: print one JSON document.</source>
         <translation>list, status, start, stop: ein JSON-Dokument ausgeben.</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="35"/>
+        <location filename="../cli/CommandLine.cpp" line="34"/>
         <source>start, stop: wait until the instance is running or stopped, at most --wait=&lt;seconds&gt; (default %1); then exit status 5.</source>
         <translation>start, stop: warten, bis die Instanz läuft oder gestoppt ist, höchstens --wait=&lt;sekunden&gt; (Vorgabe %1); danach Exit-Status 5.</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="42"/>
+        <location filename="../cli/CommandLine.cpp" line="41"/>
         <source>Watches the local Corvanta database servers from the system tray.</source>
         <translation>Überwacht die lokalen Corvanta-Datenbankserver aus dem Systembereich der Kontrollleiste.</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="46"/>
+        <location filename="../cli/CommandLine.cpp" line="45"/>
         <source>list, status, start or stop; without one the tray starts.</source>
         <translation>list, status, start oder stop; ohne Befehl startet das Symbol in der Kontrollleiste.</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="70"/>
+        <location filename="../cli/CommandLine.cpp" line="69"/>
         <source>
 The installation is the first existing directory of: --home,
 CORVANTA_HOME, home= in section [monitor] of
@@ -191,37 +191,37 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 </translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="93"/>
+        <location filename="../cli/CommandLine.cpp" line="91"/>
         <source>Try &apos;%1 --help&apos; for more information.</source>
         <translation>Mehr Informationen mit &apos;%1 --help&apos;.</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="100"/>
+        <location filename="../cli/CommandLine.cpp" line="98"/>
         <source>%1: not a directory</source>
         <translation>%1: kein Verzeichnis</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="140"/>
+        <location filename="../cli/CommandLine.cpp" line="138"/>
         <source>%1 needs a command</source>
         <translation>%1 braucht einen Befehl</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="150"/>
+        <location filename="../cli/CommandLine.cpp" line="148"/>
         <source>unknown command &apos;%1&apos;</source>
         <translation>unbekannter Befehl &apos;%1&apos;</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="155"/>
+        <location filename="../cli/CommandLine.cpp" line="153"/>
         <source>too many arguments for %1</source>
         <translation>zu viele Argumente für %1</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="161"/>
+        <location filename="../cli/CommandLine.cpp" line="159"/>
         <source>%1 does not take --wait</source>
         <translation>%1 kennt --wait nicht</translation>
     </message>
     <message>
-        <location filename="../CommandLine.cpp" line="172"/>
+        <location filename="../cli/CommandLine.cpp" line="170"/>
         <source>--wait takes a number of seconds, not &apos;%1&apos;</source>
         <translation>--wait erwartet eine Zahl von Sekunden, nicht &apos;%1&apos;</translation>
     </message>
@@ -229,12 +229,12 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>CorvantaInstance</name>
     <message>
-        <location filename="../../registry/CorvantaInstance.cpp" line="108"/>
+        <location filename="../../registry/CorvantaInstance.cpp" line="111"/>
         <source>Default Instance</source>
         <translation>Standardinstanz</translation>
     </message>
     <message>
-        <location filename="../../registry/CorvantaInstance.cpp" line="110"/>
+        <location filename="../../registry/CorvantaInstance.cpp" line="113"/>
         <source>Instance &apos;%1&apos;</source>
         <translation>Instanz „%1“</translation>
     </message>
@@ -242,67 +242,67 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>InstanceCommand</name>
     <message>
-        <location filename="../cli/Commands.cpp" line="47"/>
+        <location filename="../cli/Commands.cpp" line="67"/>
         <source>%1 is already running (pid %2).</source>
         <translation>%1 läuft bereits (PID %2).</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="51"/>
+        <location filename="../cli/Commands.cpp" line="71"/>
         <source>cannot start %1: %2 is not readable and writable</source>
         <translation>%1 kann nicht gestartet werden: %2 ist nicht les- und schreibbar</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="55"/>
+        <location filename="../cli/Commands.cpp" line="75"/>
         <source>cannot start %1</source>
         <translation>%1 kann nicht gestartet werden</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="58"/>
+        <location filename="../cli/Commands.cpp" line="78"/>
         <source>%1 is starting (pid %2).</source>
         <translation>%1 wird gestartet (PID %2).</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="62"/>
+        <location filename="../cli/Commands.cpp" line="82"/>
         <source>%1 is running (pid %2).</source>
         <translation>%1 läuft (PID %2).</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="69"/>
+        <location filename="../cli/Commands.cpp" line="89"/>
         <source>the server of %1 exited before it was running; see %2</source>
         <translation>der Server von %1 hat sich beendet, bevor er lief; siehe %2</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="71"/>
+        <location filename="../cli/Commands.cpp" line="91"/>
         <source>the server of %1 exited before it was running</source>
         <translation>der Server von %1 hat sich beendet, bevor er lief</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="77"/>
+        <location filename="../cli/Commands.cpp" line="97"/>
         <source>%1 is already stopped.</source>
         <translation>%1 ist bereits gestoppt.</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="80"/>
+        <location filename="../cli/Commands.cpp" line="100"/>
         <source>cannot stop %1: %2 is not readable and writable</source>
         <translation>%1 kann nicht beendet werden: %2 ist nicht les- und schreibbar</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="85"/>
+        <location filename="../cli/Commands.cpp" line="105"/>
         <source>cannot stop %1</source>
         <translation>%1 kann nicht beendet werden</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="88"/>
+        <location filename="../cli/Commands.cpp" line="108"/>
         <source>%1 is stopping (pid %2).</source>
         <translation>%1 wird beendet (PID %2).</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="93"/>
+        <location filename="../cli/Commands.cpp" line="113"/>
         <source>%1 is stopped.</source>
         <translation>%1 ist gestoppt.</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="140"/>
+        <location filename="../cli/Commands.cpp" line="159"/>
         <source>%1 is still %2 after %3 s</source>
         <translation>%1: nach %3 s immer noch %2</translation>
     </message>
@@ -339,67 +339,67 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>InstanceReport</name>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="41"/>
+        <location filename="../cli/InstanceReport.cpp" line="39"/>
         <source>unknown</source>
         <translation>unbekannt</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="41"/>
+        <location filename="../cli/InstanceReport.cpp" line="39"/>
         <source>stopped</source>
         <translation>gestoppt</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="42"/>
+        <location filename="../cli/InstanceReport.cpp" line="40"/>
         <source>starting</source>
         <translation>startet</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="42"/>
+        <location filename="../cli/InstanceReport.cpp" line="40"/>
         <source>running</source>
         <translation>läuft</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="43"/>
+        <location filename="../cli/InstanceReport.cpp" line="41"/>
         <source>stopping</source>
         <translation>wird beendet</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="66"/>
+        <location filename="../cli/InstanceReport.cpp" line="85"/>
         <source>INSTANCE</source>
         <translation>INSTANZ</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="66"/>
+        <location filename="../cli/InstanceReport.cpp" line="85"/>
         <source>DEFAULT</source>
         <translation>STANDARD</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="66"/>
+        <location filename="../cli/InstanceReport.cpp" line="85"/>
         <source>STATE</source>
         <translation>ZUSTAND</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="66"/>
+        <location filename="../cli/InstanceReport.cpp" line="85"/>
         <source>PID</source>
         <translation>PID</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="66"/>
+        <location filename="../cli/InstanceReport.cpp" line="85"/>
         <source>NAME</source>
         <translation>NAME</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="67"/>
+        <location filename="../cli/InstanceReport.cpp" line="86"/>
         <source>DIRECTORY</source>
         <translation>VERZEICHNIS</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="67"/>
+        <location filename="../cli/InstanceReport.cpp" line="86"/>
         <source>LOG</source>
         <translation>PROTOKOLL</translation>
     </message>
     <message>
-        <location filename="../cli/InstanceReport.cpp" line="69"/>
+        <location filename="../cli/InstanceReport.cpp" line="88"/>
         <source>yes</source>
         <translation>ja</translation>
     </message>
@@ -407,7 +407,7 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>JsonOutput</name>
     <message>
-        <location filename="../cli/Commands.cpp" line="32"/>
+        <location filename="../cli/Commands.cpp" line="34"/>
         <source>cannot write the output: %1</source>
         <translation>die Ausgabe kann nicht geschrieben werden: %1</translation>
     </message>
@@ -415,7 +415,7 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>Listing</name>
     <message>
-        <location filename="../cli/Commands.cpp" line="171"/>
+        <location filename="../cli/Commands.cpp" line="181"/>
         <source>No Corvanta instances in %1</source>
         <translation>Keine Corvanta-Instanzen in %1</translation>
     </message>
@@ -423,71 +423,71 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>MessageBoxPrompt</name>
     <message>
-        <location filename="../MessageBoxPrompt.cpp" line="33"/>
+        <location filename="../tray/MessageBoxPrompt.cpp" line="33"/>
         <source>Corvanta Monitor</source>
         <translation>Corvanta Monitor</translation>
     </message>
 </context>
 <context>
-    <name>StatusWatch</name>
+    <name>StatusReporter</name>
     <message>
-        <location filename="../StatusWatch.cpp" line="36"/>
+        <location filename="../tray/StatusReporter.cpp" line="50"/>
         <source>The server exited with status %1.</source>
         <translation>Der Server wurde mit Status %1 beendet.</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="39"/>
+        <location filename="../tray/StatusReporter.cpp" line="53"/>
         <source>The server was killed by signal %1.</source>
         <translation>Der Server wurde durch Signal %1 beendet.</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="41"/>
+        <location filename="../tray/StatusReporter.cpp" line="55"/>
         <source>The server ended; its exit status is not known to Corvanta Monitor.</source>
         <translation>Der Server wurde beendet; sein Exit-Status ist Corvanta Monitor nicht bekannt.</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="157"/>
+        <location filename="../tray/StatusReporter.cpp" line="181"/>
         <source>%1 stopped</source>
         <translation>%1 wurde beendet</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="159"/>
+        <location filename="../tray/StatusReporter.cpp" line="183"/>
         <source>%1 failed to start</source>
         <translation>%1 konnte nicht gestartet werden</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="162"/>
+        <location filename="../tray/StatusReporter.cpp" line="186"/>
         <source>Last lines of its log:</source>
         <translation>Letzte Zeilen des Protokolls:</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="167"/>
+        <location filename="../tray/StatusReporter.cpp" line="191"/>
         <source>Open Log</source>
         <translation>Protokoll öffnen</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="198"/>
+        <location filename="../tray/StatusReporter.cpp" line="222"/>
         <source>%1 has not stopped</source>
         <translation>%1 wurde nicht beendet</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="199"/>
+        <location filename="../tray/StatusReporter.cpp" line="223"/>
         <source>The server is still running %1 seconds after it was asked to stop.</source>
         <translation>Der Server läuft %1 Sekunden nach der Aufforderung zum Beenden noch immer.</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="201"/>
-        <location filename="../StatusWatch.cpp" line="215"/>
+        <location filename="../tray/StatusReporter.cpp" line="225"/>
+        <location filename="../tray/StatusReporter.cpp" line="239"/>
         <source>Force Stop</source>
         <translation>Beenden erzwingen</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="210"/>
+        <location filename="../tray/StatusReporter.cpp" line="234"/>
         <source>Do you want to force the %1 to stop?</source>
         <translation>Möchten Sie das Beenden der %1 erzwingen?</translation>
     </message>
     <message>
-        <location filename="../StatusWatch.cpp" line="211"/>
+        <location filename="../tray/StatusReporter.cpp" line="235"/>
         <source>This sends signal 9 to process %1 in directory
 %2. The server cannot finish its work first.</source>
         <translation>Dadurch wird Signal 9 an Prozess %1 im Verzeichnis
@@ -495,9 +495,9 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
     </message>
 </context>
 <context>
-    <name>TrayWatch</name>
+    <name>TrayHostWaiter</name>
     <message>
-        <location filename="../TrayWatch.cpp" line="24"/>
+        <location filename="../tray/TrayHostWaiter.cpp" line="24"/>
         <source>No system tray found; the &quot;C&quot; icon appears once one runs. On GNOME Shell install a tray extension (gnome-shell-extension-appindicator), elsewhere a tray host such as trayer or stalonetray.</source>
         <translation>Keine Systemleiste gefunden; das „C“-Symbol erscheint, sobald eine läuft. Unter GNOME Shell eine Erweiterung für die Systemleiste installieren (gnome-shell-extension-appindicator), sonst eine Systemleiste wie trayer oder stalonetray.</translation>
     </message>

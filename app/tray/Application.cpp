@@ -3,9 +3,9 @@
 #include "MenuPlacement.h"
 #include "MonitorPreferences.h"
 #include "StatusIcon.h"
-#include "StatusWatch.h"
+#include "StatusReporter.h"
+#include "TrayHostWaiter.h"
 #include "TrayNotifier.h"
-#include "TrayWatch.h"
 #include "app/cli/Commands.h"
 #include "registry/Paths.h"
 
@@ -92,8 +92,8 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
 Application::~Application() {
     // The menu first: hiding it on the way out still reports a close here.
     _menu.reset();
-    _statusWatch.reset();
-    _trayWatch.reset();
+    _statusReporter.reset();
+    _trayHostWaiter.reset();
     _manager.reset();
     _statusItem.reset();
     stopMenuUpdateTimer();
@@ -129,15 +129,15 @@ bool Application::confirm(CorvantaInstance *instance, bool start) {
 
 void Application::startInstance(QAction *sender) {
     const CorvantaInstancePtr instance = sender->data().value<InstanceItem>().instance;
-    if (instance && confirm(instance.get(), true) && instance->startup() && _statusWatch) {
-        _statusWatch->startRequested(instance);
+    if (instance && confirm(instance.get(), true) && instance->startup() && _statusReporter) {
+        _statusReporter->startRequested(instance);
     }
 }
 
 void Application::stopInstance(QAction *sender) {
     const CorvantaInstancePtr instance = sender->data().value<InstanceItem>().instance;
-    if (instance && confirm(instance.get(), false) && instance->shutdown() && _statusWatch) {
-        _statusWatch->stopRequested(instance);
+    if (instance && confirm(instance.get(), false) && instance->shutdown() && _statusReporter) {
+        _statusReporter->stopRequested(instance);
     }
 }
 
@@ -193,7 +193,7 @@ void Application::menuWillOpen(QMenu *menu) {
     addLinkItems(menu, owner);
     menu->addSeparator();
     addLoginAndQuitItems(menu, owner);
-    watchStatus(instances);
+    reportStatus(instances);
 }
 
 void Application::addInstanceItems(QMenu *menu, QObject *owner,
@@ -249,8 +249,8 @@ void Application::addLoginAndQuitItems(QMenu *menu, QObject *owner) {
 
 // Between openings the instances this one found are watched by kernel
 // events; the first opening starts it, so nothing is scanned at launch.
-void Application::watchStatus(const QList<CorvantaInstancePtr> &instances) {
-    if (!_statusWatch) {
+void Application::reportStatus(const QList<CorvantaInstancePtr> &instances) {
+    if (!_statusReporter) {
         const auto confirmAction = [this](const QString &message, const QString &informative,
                                           const QString &button) {
             _inModalDialog = true;
@@ -258,16 +258,17 @@ void Application::watchStatus(const QList<CorvantaInstancePtr> &instances) {
             return _prompt.runModal(message, informative, button, tr("Cancel")) ==
                    AlertFirstButtonReturn;
         };
-        _statusWatch = std::make_unique<StatusWatch>(_notifier ? *_notifier : trayNotifier(),
-                                                     _opener, confirmAction);
-        connect(_statusWatch.get(), &StatusWatch::iconStateChanged, this, [this](IconState state) {
-            if (_statusItem) {
-                _statusItem->setIcon(makeStatusIcon(state));
-            }
-        });
+        _statusReporter = std::make_unique<StatusReporter>(_notifier ? *_notifier : trayNotifier(),
+                                                           _opener, confirmAction);
+        connect(_statusReporter.get(), &StatusReporter::iconStateChanged, this,
+                [this](IconState state) {
+                    if (_statusItem) {
+                        _statusItem->setIcon(makeStatusIcon(state));
+                    }
+                });
     }
-    _statusWatch->setNotificationsEnabled(notificationsWanted());
-    _statusWatch->instancesListed(instances, _defaultInstance);
+    _statusReporter->setNotificationsEnabled(notificationsWanted());
+    _statusReporter->instancesListed(instances, _defaultInstance);
 }
 
 Notifier &Application::trayNotifier() {
@@ -378,8 +379,8 @@ void Application::applicationDidFinishLaunching() {
             &Application::statusItemActivated);
     _statusItem->setToolTip(tr("Nordelix Corvanta"));
 
-    _trayWatch = std::make_unique<TrayWatch>(*_statusItem);
-    _trayWatch->start();
+    _trayHostWaiter = std::make_unique<TrayHostWaiter>(*_statusItem);
+    _trayHostWaiter->start();
 }
 
 void Application::setupGlobalEnvironment() {

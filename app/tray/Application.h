@@ -20,9 +20,9 @@ class QAction;
 class QMenu;
 class QStyle;
 class QSystemTrayIcon;
-class StatusWatch;
+class StatusReporter;
 class TrayNotifier;
-class TrayWatch;
+class TrayHostWaiter;
 
 // What an instance's menu item holds: its record, and what choosing it does.
 struct InstanceItem {
@@ -85,7 +85,7 @@ public:
     void setNotifier(Notifier *notifier) { _notifier = notifier; }
     Notifier &trayNotifier();
     // Null until the menu's first opening.
-    StatusWatch *statusWatch() const { return _statusWatch.get(); }
+    StatusReporter *statusReporter() const { return _statusReporter.get(); }
 
     static bool willStartAtLogin(const QUrl &url, LoginItemList &list);
     // The entry added starts the program with arguments.
@@ -115,7 +115,7 @@ private:
     void statusItemActivated(QSystemTrayIcon::ActivationReason reason);
     void showMenuAtIcon();
     QStringList loginArguments() const;
-    void watchStatus(const QList<CorvantaInstancePtr> &instances);
+    void reportStatus(const QList<CorvantaInstancePtr> &instances);
 
     std::unique_ptr<CorvantaManager> _manager;
     std::unique_ptr<QSystemTrayIcon> _statusItem;
@@ -129,7 +129,7 @@ private:
     std::unique_ptr<QStyle> _menuStyle;  // outlives the menus using it
     std::unique_ptr<QMenu> _menu;
     bool _menuBuiltForPopup = false;  // showMenuAtIcon built it before placing it
-    std::unique_ptr<TrayWatch> _trayWatch;
+    std::unique_ptr<TrayHostWaiter> _trayHostWaiter;
     QPointer<QMenu> _menuUpdateTarget;  // the timer's menu, as long as it lives
     int _menuTicksLeft = 0;
     MenuKeyEquivalents _keyEquivalents;
@@ -138,7 +138,7 @@ private:
     std::optional<QString> _installationHome;
     std::unique_ptr<TrayNotifier> _trayNotifier;
     Notifier *_notifier = nullptr;
-    std::unique_ptr<StatusWatch> _statusWatch;
+    std::unique_ptr<StatusReporter> _statusReporter;
     DesktopOpener &_opener;
     LoginItemList &_loginItems;
     ConfirmationPrompt &_prompt;

@@ -2,8 +2,8 @@
 #include "app/tray/MenuPlacement.h"
 #include "app/tray/MessageBoxPrompt.h"
 #include "app/tray/StatusIcon.h"
-#include "app/tray/StatusWatch.h"
-#include "app/tray/TrayWatch.h"
+#include "app/tray/StatusReporter.h"
+#include "app/tray/TrayHostWaiter.h"
 #include "registry/SystemLog.h"
 
 #include <QApplication>
@@ -197,10 +197,10 @@ TEST_F(StatusMenu, ItemTitleAndActionFollowEveryServerStatus) {
 TEST_F(StatusMenu, TicksRewriteItemsOnlyWhileOpenAndTheWatchFollowsTheDefaultMeanwhile) {
     addInstance(u"alpha"_s);
     const QString dir = addInstance(u"database"_s);
-    EXPECT_EQ(app.statusWatch(), nullptr);
+    EXPECT_EQ(app.statusReporter(), nullptr);
     open();
-    ASSERT_NE(app.statusWatch(), nullptr);
-    EXPECT_EQ(app.statusWatch()->iconState(), IconState::Stopped);
+    ASSERT_NE(app.statusReporter(), nullptr);
+    EXPECT_EQ(app.statusReporter()->iconState(), IconState::Stopped);
     // The item follows within a tick or two; the list and fixed items stay.
     addInstance(u"beta+log"_s);
     addInstance(u"alpha+run"_s);
@@ -211,7 +211,7 @@ TEST_F(StatusMenu, TicksRewriteItemsOnlyWhileOpenAndTheWatchFollowsTheDefaultMea
     EXPECT_FALSE(timerRunning());
     writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
     EXPECT_TRUE(QTest::qWaitFor(
-        [&] { return app.statusWatch()->iconState() == IconState::Running; }, 10000));
+        [&] { return app.statusReporter()->iconState() == IconState::Running; }, 10000));
     EXPECT_FALSE(timerRunning());
     EXPECT_EQ(describe(*menu), shown);
 
@@ -521,13 +521,13 @@ TEST(MenuPlacement, OpensBesideTheIconAwayFromThePanelAndWithinTheScreen) {
     }
 }
 
-TEST(TrayWatch, SaysAtOnceWhatToInstallWhenNoTrayRuns) {
+TEST(TrayHostWaiter, SaysAtOnceWhatToInstallWhenNoTrayRuns) {
     // Qt's own warnings may come too; ours is one line.
     const QRegularExpression hint(
         u"corvanta-monitor: [^\n]*No system tray found[^\n]*gnome-shell-extension-appindicator"_s);
     for (const bool tray : {false, true}) {
         QSystemTrayIcon icon(makeStatusIcon());
-        TrayWatch watch(icon, [tray] { return tray; });
+        TrayHostWaiter watch(icon, [tray] { return tray; });
         testing::internal::CaptureStderr();
         watch.start();
         const QString err = QString::fromStdString(testing::internal::GetCapturedStderr());

@@ -1,7 +1,7 @@
 #include "app/tray/MonitorPreferences.h"
 #include "app/tray/ServerTransitions.h"
 #include "app/tray/StatusIcon.h"
-#include "app/tray/StatusWatch.h"
+#include "app/tray/StatusReporter.h"
 #include "registry/CorvantaManager.h"
 #include "registry/SystemLog.h"
 
@@ -119,7 +119,7 @@ TEST(StatusIconStates, DifferByShapeAtEverySize) {
 
 // Real stand-in servers in a real instance directory, listed as an opening of the menu lists
 // them; the notifier and the prompt are fakes.
-class Watch : public ::testing::Test {
+class StatusReporting : public ::testing::Test {
 protected:
     void SetUp() override {
         setSystemLogSink([](const QString &) {});
@@ -128,7 +128,7 @@ protected:
         writeFile(dir + u"/corvanta.ini"_s, {});
         manager.addSearchPath(home);
         watch.setStopTimeout(std::chrono::milliseconds(300));
-        QObject::connect(&watch, &StatusWatch::iconStateChanged,
+        QObject::connect(&watch, &StatusReporter::iconStateChanged,
                          [this](IconState state) { icons.append(state); });
         const QList<CorvantaInstancePtr> instances = manager.allInstances();
         record = instances.value(0);
@@ -162,16 +162,16 @@ protected:
     FakeDesktop desktop;
     QStringList asked;
     bool confirmAnswer = true;
-    StatusWatch watch{desktop, desktop,
-                      [this](const QString &message, const QString &, const QString &) {
-                          asked << message;
-                          return confirmAnswer;
-                      }};
+    StatusReporter watch{desktop, desktop,
+                         [this](const QString &message, const QString &, const QString &) {
+                             asked << message;
+                             return confirmAnswer;
+                         }};
     CorvantaInstancePtr record;
     QList<IconState> icons;
 };
 
-TEST_F(Watch, ServerKilledFromOutsideIsToldOnceWithItsSignalUnlessSwitchedOff) {
+TEST_F(StatusReporting, ServerKilledFromOutsideIsToldOnceWithItsSignalUnlessSwitchedOff) {
     EXPECT_EQ(watch.iconState(), IconState::Stopped);
     start("CORVANTA_STANDIN_LOCK_DELAY_MS", "1000");  // long enough to be seen starting
     ASSERT_TRUE(reaches(ServerStatusRunning));
@@ -203,7 +203,7 @@ TEST_F(Watch, ServerKilledFromOutsideIsToldOnceWithItsSignalUnlessSwitchedOff) {
 
 // Also over a stale lock file, whose dead pid the record then follows instead of the launched
 // server's.
-TEST_F(Watch, FailedStartIsToldWithExitStatusAndLogTail) {
+TEST_F(StatusReporting, FailedStartIsToldWithExitStatusAndLogTail) {
     const QByteArray deadPid = inChild([] { return QByteArray::number(::getpid()); });
     for (const bool staleLock : {false, true}) {
         SCOPED_TRACE(staleLock ? "over a stale lock file" : "no lock file");
@@ -226,7 +226,7 @@ TEST_F(Watch, FailedStartIsToldWithExitStatusAndLogTail) {
 }
 
 // Only the hang is told: the stop itself was asked for.
-TEST_F(Watch, StopThatHangsOffersForceStopAfterConfirmation) {
+TEST_F(StatusReporting, StopThatHangsOffersForceStopAfterConfirmation) {
     start("CORVANTA_STANDIN_IGNORE_TERM");
     ASSERT_TRUE(reaches(ServerStatusRunning));
     const qint32 pid = record->pid();

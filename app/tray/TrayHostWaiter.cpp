@@ -1,18 +1,19 @@
-#include "TrayWatch.h"
+#include "TrayHostWaiter.h"
 
 #include <QSystemTrayIcon>
 #include <QTimerEvent>
 
 #include <cstdio>
 
-TrayWatch::TrayWatch(QSystemTrayIcon &icon, Probe trayAvailable, std::chrono::milliseconds interval)
+TrayHostWaiter::TrayHostWaiter(QSystemTrayIcon &icon, Probe trayAvailable,
+                               std::chrono::milliseconds interval)
     : _icon(icon), _trayAvailable(std::move(trayAvailable)), _interval(interval) {}
 
-TrayWatch::Probe TrayWatch::defaultProbe() {
+TrayHostWaiter::Probe TrayHostWaiter::defaultProbe() {
     return &QSystemTrayIcon::isSystemTrayAvailable;
 }
 
-void TrayWatch::start() {
+void TrayHostWaiter::start() {
     // Shown even without a tray: the X11 tray support then embeds the icon by
     // itself as soon as a tray appears.
     _icon.show();
@@ -30,7 +31,7 @@ void TrayWatch::start() {
     _poll.start(int(_interval.count()), Qt::VeryCoarseTimer, this);
 }
 
-void TrayWatch::timerEvent(QTimerEvent *event) {
+void TrayHostWaiter::timerEvent(QTimerEvent *event) {
     if (event->timerId() != _poll.timerId()) {
         QObject::timerEvent(event);
         return;

@@ -11,14 +11,14 @@ class QSystemTrayIcon;
 // Puts the status icon up, and when the desktop has no tray yet keeps the
 // program running and shows the icon once a tray appears. Polls at a slow
 // pace, and only while no tray is there.
-class TrayWatch : public QObject {
+class TrayHostWaiter : public QObject {
     Q_OBJECT
 
 public:
     using Probe = std::function<bool()>;
 
-    explicit TrayWatch(QSystemTrayIcon &icon, Probe trayAvailable = defaultProbe(),
-                       std::chrono::milliseconds interval = std::chrono::seconds(5));
+    explicit TrayHostWaiter(QSystemTrayIcon &icon, Probe trayAvailable = defaultProbe(),
+                            std::chrono::milliseconds interval = std::chrono::seconds(5));
 
     void start();
     bool isWaiting() const { return _poll.isActive(); }

@@ -19,7 +19,7 @@
 // status changes into the icon's state and into notifications, and offers to
 // force a stop that does not end. Starts with the first opening; never
 // touches the menu. Main thread only.
-class StatusWatch : public QObject {
+class StatusReporter : public QObject {
     Q_OBJECT
 
 public:
@@ -27,9 +27,9 @@ public:
     // confirms); answers whether they did.
     using Confirm = std::function<bool(const QString &, const QString &, const QString &)>;
 
-    StatusWatch(Notifier &notifier, DesktopOpener &opener, Confirm confirm,
-                QObject *parent = nullptr);
-    ~StatusWatch() override;
+    StatusReporter(Notifier &notifier, DesktopOpener &opener, Confirm confirm,
+                   QObject *parent = nullptr);
+    ~StatusReporter() override;
 
     void setNotificationsEnabled(bool enabled) { _notificationsEnabled = enabled; }
     void setStopTimeout(std::chrono::milliseconds timeout) { _stopTimeout = timeout; }

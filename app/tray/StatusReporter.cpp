@@ -1,4 +1,4 @@
-#include "StatusWatch.h"
+#include "StatusReporter.h"
 
 #include "registry/SystemLog.h"
 
@@ -47,12 +47,14 @@ bool startUnderWay(qint32 launched, const CorvantaInstance &instance) {
 
 QString describeExit(std::optional<int> waitStatus) {
     if (waitStatus && WIFEXITED(*waitStatus)) {
-        return StatusWatch::tr("The server exited with status %1.").arg(WEXITSTATUS(*waitStatus));
+        return StatusReporter::tr("The server exited with status %1.")
+            .arg(WEXITSTATUS(*waitStatus));
     }
     if (waitStatus && WIFSIGNALED(*waitStatus)) {
-        return StatusWatch::tr("The server was killed by signal %1.").arg(WTERMSIG(*waitStatus));
+        return StatusReporter::tr("The server was killed by signal %1.").arg(WTERMSIG(*waitStatus));
     }
-    return StatusWatch::tr("The server ended; its exit status is not known to Corvanta Monitor.");
+    return StatusReporter::tr(
+        "The server ended; its exit status is not known to Corvanta Monitor.");
 }
 
 QString readLogTail(const QString &path, qsizetype bytes, int lines) {
@@ -80,16 +82,16 @@ QString readLogTail(const QString &path, qsizetype bytes, int lines) {
     return all.mid(std::max<qsizetype>(0, all.size() - lines)).join(u'\n');
 }
 
-StatusWatch::StatusWatch(Notifier &notifier, DesktopOpener &opener, Confirm confirm,
-                         QObject *parent)
+StatusReporter::StatusReporter(Notifier &notifier, DesktopOpener &opener, Confirm confirm,
+                               QObject *parent)
     : QObject(parent), _notifier(notifier), _opener(opener), _confirm(std::move(confirm)) {
-    connect(&_watcher, &InstanceWatcher::refreshed, this, &StatusWatch::observe);
+    connect(&_watcher, &InstanceWatcher::refreshed, this, &StatusReporter::observe);
 }
 
-StatusWatch::~StatusWatch() = default;
+StatusReporter::~StatusReporter() = default;
 
-void StatusWatch::instancesListed(const QList<CorvantaInstancePtr> &instances,
-                                  const CorvantaInstancePtr &defaultInstance) {
+void StatusReporter::instancesListed(const QList<CorvantaInstancePtr> &instances,
+                                     const CorvantaInstancePtr &defaultInstance) {
     // Usually the records of the last opening, which have nothing to prune.
     if (instances != _listed) {
         QHash<QString, std::shared_ptr<Tracked>> kept;
@@ -110,15 +112,15 @@ void StatusWatch::instancesListed(const QList<CorvantaInstancePtr> &instances,
     updateIcon();
 }
 
-void StatusWatch::startRequested(const CorvantaInstancePtr &instance) {
+void StatusReporter::startRequested(const CorvantaInstancePtr &instance) {
     request(instance, ServerRequest::Start);
 }
 
-void StatusWatch::stopRequested(const CorvantaInstancePtr &instance) {
+void StatusReporter::stopRequested(const CorvantaInstancePtr &instance) {
     request(instance, ServerRequest::Stop);
 }
 
-void StatusWatch::request(const CorvantaInstancePtr &instance, ServerRequest request) {
+void StatusReporter::request(const CorvantaInstancePtr &instance, ServerRequest request) {
     std::shared_ptr<Tracked> &tracked = _tracked[instance->directory()];
     if (!tracked || tracked->instance != instance) {
         tracked = std::make_shared<Tracked>();
@@ -141,7 +143,7 @@ void StatusWatch::request(const CorvantaInstancePtr &instance, ServerRequest req
     updateIcon();
 }
 
-void StatusWatch::observe(const CorvantaInstancePtr &instance) {
+void StatusReporter::observe(const CorvantaInstancePtr &instance) {
     std::shared_ptr<Tracked> &slot = _tracked[instance->directory()];
     if (!slot || slot->instance != instance) {
         slot = std::make_shared<Tracked>();
@@ -170,7 +172,7 @@ void StatusWatch::observe(const CorvantaInstancePtr &instance) {
     }
 }
 
-void StatusWatch::tell(ServerEvent event, const CorvantaInstancePtr &record) {
+void StatusReporter::tell(ServerEvent event, const CorvantaInstancePtr &record) {
     if (!_notificationsEnabled) {
         return;
     }
@@ -197,13 +199,13 @@ void StatusWatch::tell(ServerEvent event, const CorvantaInstancePtr &record) {
     });
 }
 
-void StatusWatch::openLog(const CorvantaInstancePtr &instance) {
+void StatusReporter::openLog(const CorvantaInstancePtr &instance) {
     if (const std::optional<QString> log = instance->logFile()) {
         _opener.openFile(*log);
     }
 }
 
-void StatusWatch::stopOverdue(const QString &key) {
+void StatusReporter::stopOverdue(const QString &key) {
     const std::shared_ptr<Tracked> tracked = _tracked.value(key);
     if (!tracked) {
         return;
@@ -229,7 +231,7 @@ void StatusWatch::stopOverdue(const QString &key) {
         });
 }
 
-void StatusWatch::forceStop(const CorvantaInstancePtr &instance, qint32 pid) {
+void StatusReporter::forceStop(const CorvantaInstancePtr &instance, qint32 pid) {
     const bool confirmed =
         _confirm(tr("Do you want to force the %1 to stop?").arg(instance->instanceName()),
                  tr("This sends signal 9 to process %1 in directory\n%2. The server cannot "
@@ -255,7 +257,7 @@ void StatusWatch::forceStop(const CorvantaInstancePtr &instance, qint32 pid) {
     _watcher.refreshNow(instance);
 }
 
-void StatusWatch::updateIcon() {
+void StatusReporter::updateIcon() {
     const IconState state = iconStateOf(_default.get());
     if (state != _iconState) {
         _iconState = state;
