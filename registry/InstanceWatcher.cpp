@@ -238,48 +238,18 @@ void InstanceWatcher::syncDirectories() {
     if (_inotify < 0) {
         return;
     }
-    // For every directory, the records whose events arrive there.
-    QHash<QString, QList<Interest>> interest;
-    for (auto it = _entries.cbegin(); it != _entries.cend(); ++it) {
-        Entry &entry = *it.value();
-        if (entry.instance->entryStatus() == EntryStatusInvalid) {
-            continue;
-        }
-        locate(entry);
-        const QString &own = entry.instance->directory();
-        interest[own].append({it.key(), true, entry.lockDir == own ? entry.lockName : QString()});
-        if (!entry.lockDir.isEmpty() && entry.lockDir != own) {
-            interest[entry.lockDir].append({it.key(), false, entry.lockName});
-        }
-    }
-    // A watch stays on the directory its path named when it was added. A
-    // replaced directory says so itself (its watch is dropped on that event);
-    // a path that now leads elsewhere shows in its parent, whose identity and
-    // modification time change. Only then is a directory watched again.
-    QHash<QString, bool> parentChanged;
+    QHash<QString, QList<Interest>> interest = collectInterest();
     QHash<QString, Paths::FileIdentity> parents;
-    for (auto it = interest.cbegin(); it != interest.cend(); ++it) {
-        const QString parent = Paths::parentOf(it.key());
-        if (!parentChanged.contains(parent)) {
-            const std::optional<Paths::FileIdentity> now = Paths::identityOf(parent);
-            const auto seen = _parents.constFind(parent);
-            parentChanged.insert(parent, !now || seen == _parents.cend() || *seen != *now);
-            if (now) {
-                parents.insert(parent, *now);
-            }
-        }
-    }
+    const QSet<QString> changed = changedParents(interest, &parents);
     QHash<QString, int> next;
     QSet<int> kept;
     for (auto it = interest.cbegin(); it != interest.cend(); ++it) {
         const QString &dir = it.key();
         const auto watched = _dirWatch.constFind(dir);
-        if (watched != _dirWatch.cend() && !parentChanged.value(Paths::parentOf(dir))) {
-            next.insert(dir, watched.value());
-            kept.insert(watched.value());
-            continue;
-        }
-        const int wd = ::inotify_add_watch(_inotify, dir.toUtf8().constData(), kDirectoryEvents);
+        const int wd =
+            watched != _dirWatch.cend() && !changed.contains(Paths::parentOf(dir))
+                ? watched.value()
+                : ::inotify_add_watch(_inotify, dir.toUtf8().constData(), kDirectoryEvents);
         if (wd >= 0) {
             next.insert(dir, wd);
             kept.insert(wd);
@@ -298,6 +268,48 @@ void InstanceWatcher::syncDirectories() {
     _interest = std::move(interest);
 }
 
+QHash<QString, QList<InstanceWatcher::Interest>> InstanceWatcher::collectInterest() {
+    QHash<QString, QList<Interest>> interest;
+    for (auto it = _entries.cbegin(); it != _entries.cend(); ++it) {
+        Entry &entry = *it.value();
+        if (entry.instance->entryStatus() == EntryStatusInvalid) {
+            continue;
+        }
+        locate(entry);
+        const QString &own = entry.instance->directory();
+        interest[own].append({it.key(), true, entry.lockDir == own ? entry.lockName : QString()});
+        if (!entry.lockDir.isEmpty() && entry.lockDir != own) {
+            interest[entry.lockDir].append({it.key(), false, entry.lockName});
+        }
+    }
+    return interest;
+}
+
+// A watch stays on the directory its path named when it was added. A
+// replaced directory says so itself (its watch is dropped on that event); a
+// path that now leads elsewhere shows in its parent, whose identity and
+// modification time change. Only then is a directory watched again.
+QSet<QString> InstanceWatcher::changedParents(const QHash<QString, QList<Interest>> &interest,
+                                              QHash<QString, Paths::FileIdentity> *parents) const {
+    QSet<QString> changed, asked;
+    for (auto it = interest.cbegin(); it != interest.cend(); ++it) {
+        const QString parent = Paths::parentOf(it.key());
+        if (asked.contains(parent)) {
+            continue;
+        }
+        asked.insert(parent);
+        const std::optional<Paths::FileIdentity> now = Paths::identityOf(parent);
+        const auto seen = _parents.constFind(parent);
+        if (!now || seen == _parents.cend() || *seen != *now) {
+            changed.insert(parent);
+        }
+        if (now) {
+            parents->insert(parent, *now);
+        }
+    }
+    return changed;
+}
+
 void InstanceWatcher::readInotify() {
     QHash<int, QStringList> dirsOf;
     for (auto it = _dirWatch.cbegin(); it != _dirWatch.cend(); ++it) {
@@ -314,32 +326,7 @@ void InstanceWatcher::readInotify() {
         for (ssize_t at = 0; at + ssize_t(sizeof(inotify_event)) <= n;) {
             const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
             at += ssize_t(sizeof(inotify_event)) + event->len;
-            if (event->mask & IN_Q_OVERFLOW) {
-                for (auto it = _entries.cbegin(); it != _entries.cend(); ++it) {
-                    touched.insert(it.key());
-                }
-                resync = true;
-                continue;
-            }
-            const bool self = (event->mask & kSelfEvents) != 0;
-            resync = resync || self;
-            if (self) {
-                // Gone or moved away: the next sync watches whatever the path names now.
-                _dirWatch.removeIf(
-                    [wd = event->wd](const auto &entry) { return entry.value() == wd; });
-            }
-            const QString name =
-                event->len > 0
-                    ? QString::fromUtf8(event->name, qsizetype(::strnlen(event->name, event->len)))
-                    : QString();
-            for (const QString &dir : dirsOf.value(event->wd)) {
-                for (const Interest &in : _interest.value(dir)) {
-                    if (self || (in.ownDirectory && name == kConfigName) ||
-                        (!in.lockName.isEmpty() && name == in.lockName)) {
-                        touched.insert(in.key);
-                    }
-                }
-            }
+            resync = takeEvent(*event, dirsOf, &touched) || resync;
         }
     }
     for (const QString &key : std::as_const(touched)) {
@@ -350,4 +337,31 @@ void InstanceWatcher::readInotify() {
     if (resync || !touched.isEmpty()) {
         syncDirectories();
     }
+}
+
+bool InstanceWatcher::takeEvent(const inotify_event &event, const QHash<int, QStringList> &dirsOf,
+                                QSet<QString> *touched) {
+    if (event.mask & IN_Q_OVERFLOW) {
+        for (auto it = _entries.cbegin(); it != _entries.cend(); ++it) {
+            touched->insert(it.key());
+        }
+        return true;
+    }
+    const bool self = (event.mask & kSelfEvents) != 0;
+    if (self) {
+        // Gone or moved away: the next sync watches whatever the path names now.
+        _dirWatch.removeIf([wd = event.wd](const auto &entry) { return entry.value() == wd; });
+    }
+    const QString name =
+        event.len > 0 ? QString::fromUtf8(event.name, qsizetype(::strnlen(event.name, event.len)))
+                      : QString();
+    for (const QString &dir : dirsOf.value(event.wd)) {
+        for (const Interest &in : _interest.value(dir)) {
+            if (self || (in.ownDirectory && name == kConfigName) ||
+                (!in.lockName.isEmpty() && name == in.lockName)) {
+                touched->insert(in.key);
+            }
+        }
+    }
+    return self;
 }

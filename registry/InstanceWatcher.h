@@ -11,6 +11,7 @@
 #include <memory>
 
 class QSocketNotifier;
+struct inotify_event;
 
 // Learns of server and lock-file changes from the kernel instead of polling:
 // a pidfd per live server process and inotify on instance directories and
@@ -62,9 +63,6 @@ private:
     void follow(Follow &follow, qint32 pid, const QString &key,
                 void (InstanceWatcher::*ended)(const QString &));
     static void drop(Follow &follow);
-    void syncDirectories();
-    static void locate(Entry &entry);
-
     // A record that hears of a directory's events: of its configuration in
     // its own directory, of the file `lockName` (when not empty) in either.
     struct Interest {
@@ -72,6 +70,19 @@ private:
         bool ownDirectory;
         QString lockName;
     };
+
+    // Adds the records an event concerns to `touched`; true when the
+    // directories must be synced again.
+    bool takeEvent(const inotify_event &event, const QHash<int, QStringList> &dirsOf,
+                   QSet<QString> *touched);
+    void syncDirectories();
+    // For every directory, the records whose events arrive there.
+    QHash<QString, QList<Interest>> collectInterest();
+    // The parents of the watched directories that changed since the last
+    // sync; `parents` gets their identities now.
+    QSet<QString> changedParents(const QHash<QString, QList<Interest>> &interest,
+                                 QHash<QString, Paths::FileIdentity> *parents) const;
+    static void locate(Entry &entry);
 
     int _inotify = -1;
     std::unique_ptr<QSocketNotifier> _inotifyNotifier;
