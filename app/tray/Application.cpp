@@ -202,13 +202,19 @@ void Application::addInstanceItems(QMenu *menu, QObject *owner,
         addItem(menu, owner, tr("No Corvanta Instances"))->setEnabled(false);
         return;
     }
-    for (const CorvantaInstancePtr &instance : instances) {
+    // The permission tests in one pass: between item constructions the
+    // same access() calls cost half as much again.
+    QList<bool> permitted(instances.size());
+    for (qsizetype i = 0; i < instances.size(); ++i) {
+        permitted[i] = actsOnServer(instances[i]->serverStatus()) && instances[i]->canStart();
+    }
+    for (qsizetype i = 0; i < instances.size(); ++i) {
+        CorvantaInstance *instance = instances[i].get();
         // Made with what it offers, so that filling it in sets nothing twice.
-        const bool permitted = actsOnServer(instance->serverStatus()) && instance->canStart();
         QAction *item = new QAction(owner);
         item->setData(QVariant::fromValue(
-            InstanceItem{instance, offeredAction(instance->serverStatus(), permitted)}));
-        updateMenuItem(item, instance.get(), permitted);
+            InstanceItem{instances[i], offeredAction(instance->serverStatus(), permitted[i])}));
+        updateMenuItem(item, instance, permitted[i]);
         menu->addAction(item);
     }
     _menuUpdateTarget = menu;
