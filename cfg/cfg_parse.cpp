@@ -7,9 +7,6 @@
 
 namespace {
 
-inline bool isLineEnd(char c) {
-    return c == '\n' || c == '\r' || c == '\x1a' || c == '\0';
-}
 inline bool isIndent(char c) {
     return c == ' ' || c == '\t' || c == '\f';
 }
