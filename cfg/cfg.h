@@ -147,8 +147,9 @@ int cfg_merge(ZEM_CfgHandle *handle, ZEM_CfgHandle *source);
  * reader sees the old file or the new one, and a crash at any moment leaves
  * one of them (and possibly the temporary file). When the path is a symbolic
  * link, the file it finally names is replaced and the links stay. The new
- * file keeps the old one's permission bits, and its owner where the caller
- * may set it; a target that no longer exists is created with mode 0600.
+ * file keeps the old one's permission bits and owner where the file system
+ * and the caller's rights allow, else it has mode 0600 and the caller as
+ * owner; so has a target that no longer exists.
  *
  * When no file can be made beside the target (a directory the caller may not
  * write, holding a file they may), the file is rewritten in place instead.

@@ -152,8 +152,7 @@ void syncDirectory(const std::string &temporary) {
 }
 
 // Writes text to a new file beside target, flushed, then renamed over it.
-// The new file takes the target's permission bits and, where allowed, its
-// owner. *noRoom tells that no file could be made beside the target.
+// The new file takes the target's permission bits and owner where allowed. *noRoom tells that no file could be made beside the target.
 bool replace(const std::string &target, const std::string &text, bool *noRoom) {
     const size_t slash = target.rfind('/');
     std::string temporary = slash == std::string::npos
@@ -167,10 +166,10 @@ bool replace(const std::string &target, const std::string &text, bool *noRoom) {
     }
     struct stat st;
     if (stat(target.c_str(), &st) == 0) {
-        if (fchmod(fd, st.st_mode & 07777) != 0) {
-            return discard(fd, temporary);
-        }
-        // Only root may hand a file to another owner; anyone else keeps it.
+        // Both best-effort: where the file system refuses modes, the new
+        // file keeps mkostemp's 0600, which exposes nothing; only root may
+        // hand a file to another owner.
+        (void)!fchmod(fd, st.st_mode & 07777);
         (void)!fchown(fd, st.st_uid, st.st_gid);
     }
     if (!writeAll(fd, text, 0) || fsync(fd) != 0) {
