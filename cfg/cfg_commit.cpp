@@ -152,7 +152,8 @@ void syncDirectory(const std::string &temporary) {
 }
 
 // Writes text to a new file beside target, flushed, then renamed over it.
-// The new file takes the target's permission bits and owner where allowed. *noRoom tells that no file could be made beside the target.
+// The new file takes the target's permission bits and owner where allowed.
+// *noRoom tells that no file could be made beside the target.
 bool replace(const std::string &target, const std::string &text, bool *noRoom) {
     const size_t slash = target.rfind('/');
     std::string temporary = slash == std::string::npos

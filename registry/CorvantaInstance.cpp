@@ -220,6 +220,7 @@ void CorvantaInstance::refresh() {
         }
         systemLog(QStringLiteral("stale .lck file detected: %1").arg(*_lckFile));
     }
+    _leftLockFile = _pid != 0;
     setStatus(ServerStatusStopped);
     if (!isValid()) {
         _entryStatus = EntryStatusInvalid;

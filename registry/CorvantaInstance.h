@@ -53,6 +53,9 @@ public:
     // saw end, when the monitor was its parent and reaped it; cleared by a
     // new start.
     std::optional<int> lastExitStatus() const { return _lastExitStatus; }
+    // Stopped, with a lock file that names a process that is gone: the server
+    // ended without removing it, which a clean stop does.
+    bool leftLockFile() const { return _serverStatus == ServerStatusStopped && _leftLockFile; }
 
 private:
     void setLockFile(const QString &path);
@@ -69,6 +72,7 @@ private:
     // stale lock file's pid may take its place as the one followed.
     qint32 _launchedPid = 0;
     std::optional<struct timespec> _cacheTime;
+    bool _leftLockFile = false;
     bool _isDefault = false;
     qint32 _entryStatus = EntryStatusNew;
     qint32 _serverStatus = ServerStatusUnknown;

@@ -253,8 +253,9 @@ void Application::addLoginAndQuitItems(QMenu *menu, QObject *owner) {
     _keyEquivalents.assign(Qt::Key_Q, quit);
 }
 
-// Between openings the instances this one found are watched by kernel
-// events; the first opening starts it, so nothing is scanned at launch.
+// From launch on, the instances are watched by kernel events: news of a
+// server that ends arrives when it happens, whether or not a menu was ever
+// opened. Each opening hands over the instances it found.
 void Application::reportStatus(const QList<CorvantaInstancePtr> &instances) {
     if (!_statusReporter) {
         const auto confirmAction = [this](const QString &message, const QString &informative,
@@ -387,6 +388,15 @@ void Application::applicationDidFinishLaunching() {
 
     _trayHostWaiter = std::make_unique<TrayHostWaiter>(*_statusItem);
     _trayHostWaiter->start();
+    followInstances();
+}
+
+void Application::followInstances() {
+    if (!_inModalDialog && _manager) {
+        const QList<CorvantaInstancePtr> instances = _manager->allInstances();
+        _defaultInstance = chooseDefaultInstance(instances);
+        reportStatus(instances);
+    }
 }
 
 void Application::setupGlobalEnvironment() {

@@ -84,7 +84,10 @@ public:
     // Where notifications go; the tray's balloon messages until set.
     void setNotifier(Notifier *notifier) { _notifier = notifier; }
     Notifier &trayNotifier();
-    // Null until the menu's first opening.
+    // Scans the installation and reports on what it finds from then on, by
+    // kernel events; done at launch and by every opening.
+    void followInstances();
+    // Null until launch or the menu's first opening.
     StatusReporter *statusReporter() const { return _statusReporter.get(); }
 
     static bool willStartAtLogin(const QUrl &url, LoginItemList &list);

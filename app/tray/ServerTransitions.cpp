@@ -2,7 +2,8 @@
 
 #include "registry/ServerStatus.h"
 
-ServerEvent classifyTransition(qint32 before, qint32 after, ServerRequest request) {
+ServerEvent classifyTransition(qint32 before, qint32 after, ServerRequest request,
+                               bool leftLockFile) {
     if (after != ServerStatusStopped || before == after) {
         return ServerEvent::None;
     }
@@ -10,7 +11,7 @@ ServerEvent classifyTransition(qint32 before, qint32 after, ServerRequest reques
         return ServerEvent::StartFailed;
     }
     if ((before == ServerStatusRunning || before == ServerStatusStopping) &&
-        request != ServerRequest::Stop) {
+        request != ServerRequest::Stop && leftLockFile) {
         return ServerEvent::Stopped;
     }
     return ServerEvent::None;

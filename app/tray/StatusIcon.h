@@ -5,7 +5,7 @@
 
 // What the icon tells about the default instance.
 enum class IconState {
-    Unknown,     // before the first opening, or no default instance
+    Unknown,     // before the first scan, or no default instance
     Stopped,     // a hollow ring
     Transition,  // starting or stopping: a half-filled disc
     Running,     // a filled dot

@@ -158,7 +158,8 @@ void StatusReporter::observe(const CorvantaInstancePtr &instance) {
         _watcher.followLaunch(instance, tracked->startPid);
         return;
     }
-    const ServerEvent event = classifyTransition(before, after, tracked->request);
+    const ServerEvent event =
+        classifyTransition(before, after, tracked->request, instance->leftLockFile());
     tracked->status = after;
     tracked->request = requestAfter(tracked->request, after);
     if (after != ServerStatusStopping) {

@@ -15,9 +15,9 @@
 #include <memory>
 
 // Keeps the status at a glance between menu openings: watches the instances
-// the last opening found (by kernel events, see InstanceWatcher), turns their
+// the last scan found (by kernel events, see InstanceWatcher), turns their
 // status changes into the icon's state and into notifications, and offers to
-// force a stop that does not end. Starts with the first opening; never
+// force a stop that does not end. Starts at launch; never
 // touches the menu. Main thread only.
 class StatusReporter : public QObject {
     Q_OBJECT

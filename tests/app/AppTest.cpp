@@ -192,6 +192,30 @@ TEST_F(StatusMenu, ItemTitleAndActionFollowEveryServerStatus) {
     EXPECT_EQ(fake.calls.count(u"the Instance 'R&D'?"), 2);
 }
 
+struct CollectingNotifier : Notifier {
+    void notify(const QString &title, const QString &body, const QList<NotificationAction> &,
+                std::function<void(const QString &)>) override {
+        shown << title + u" | "_s + body;
+    }
+    QStringList shown;
+};
+
+// What launch does after the tray is up: a server that ends leaving its lock file behind is
+// told as soon as its process is gone, with no menu ever opened.
+TEST_F(StatusMenu, AServerEndingUnexpectedlyIsToldWithoutAnyOpening) {
+    addInstance(u"database+run"_s);
+    CollectingNotifier notes;
+    app.setNotifier(&notes);
+    app.followInstances();
+    ASSERT_NE(app.statusReporter(), nullptr);
+    EXPECT_EQ(app.statusReporter()->iconState(), IconState::Running);
+    standIn.kill();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !notes.shown.isEmpty(); }, 20000));
+    EXPECT_EQ(notes.shown.value(0).section(u" | "_s, 0, 0), u"Default Instance stopped"_s);
+    EXPECT_EQ(app.statusReporter()->iconState(), IconState::Stopped);
+    EXPECT_TRUE(menu->actions().isEmpty());  // the menu itself was never built
+}
+
 // While the menu is open, ticks rewrite its instance items for a bounded time; while it is
 // closed, only the status watch made at the first opening follows the default instance.
 TEST_F(StatusMenu, TicksRewriteItemsOnlyWhileOpenAndTheWatchFollowsTheDefaultMeanwhile) {

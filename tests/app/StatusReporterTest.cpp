@@ -40,26 +40,30 @@ bool gone(qint32 pid) {
 
 }  // namespace
 
-TEST(ServerTransitions, OnlyEndsNobodyHereAskedForAreTold) {
+TEST(ServerTransitions, OnlyUnexpectedEndsAndFailedStartsAreTold) {
     constexpr qint32 Stopped = ServerStatusStopped, Starting = ServerStatusStarting,
                      Running = ServerStatusRunning, Stopping = ServerStatusStopping;
     const struct {
         qint32 before, after;
         ServerRequest request;
+        bool leftLockFile;
         ServerEvent event;
     } cases[] = {
-        {Running, Stopped, ServerRequest::None, ServerEvent::Stopped},
-        {Running, Stopped, ServerRequest::Start, ServerEvent::Stopped},
-        {Running, Stopped, ServerRequest::Stop, ServerEvent::None},
-        {Stopping, Stopped, ServerRequest::Stop, ServerEvent::None},
-        {Starting, Stopped, ServerRequest::Start, ServerEvent::StartFailed},
-        {Starting, Running, ServerRequest::Start, ServerEvent::None},
-        {Stopped, Running, ServerRequest::None, ServerEvent::None},
-        {ServerStatusUnknown, Stopped, ServerRequest::None, ServerEvent::None},
+        {Running, Stopped, ServerRequest::None, true, ServerEvent::Stopped},
+        {Running, Stopped, ServerRequest::None, false, ServerEvent::None},  // a clean stop
+        {Running, Stopped, ServerRequest::Start, true, ServerEvent::Stopped},
+        {Stopping, Stopped, ServerRequest::None, true, ServerEvent::Stopped},
+        {Running, Stopped, ServerRequest::Stop, true, ServerEvent::None},
+        {Stopping, Stopped, ServerRequest::Stop, false, ServerEvent::None},
+        {Starting, Stopped, ServerRequest::Start, false, ServerEvent::StartFailed},
+        {Starting, Stopped, ServerRequest::Start, true, ServerEvent::StartFailed},
+        {Starting, Running, ServerRequest::Start, false, ServerEvent::None},
+        {Stopped, Running, ServerRequest::None, false, ServerEvent::None},
+        {ServerStatusUnknown, Stopped, ServerRequest::None, true, ServerEvent::None},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(testing::Message() << c.before << "->" << c.after);
-        EXPECT_EQ(classifyTransition(c.before, c.after, c.request), c.event);
+        SCOPED_TRACE(testing::Message() << c.before << "->" << c.after << " " << c.leftLockFile);
+        EXPECT_EQ(classifyTransition(c.before, c.after, c.request, c.leftLockFile), c.event);
     }
 }
 
@@ -198,6 +202,20 @@ TEST_F(StatusReporting, ServerKilledFromOutsideIsToldOnceWithItsSignalUnlessSwit
     ::kill(record->pid(), SIGKILL);
     ASSERT_TRUE(reaches(ServerStatusStopped));
     EXPECT_EQ(desktop.shown.size(), 1);
+    EXPECT_EQ(watch.iconState(), IconState::Stopped);
+}
+
+// A stop from outside that lets the server remove its lock file (the command line, another
+// tool) is a clean stop: nothing to tell.
+TEST_F(StatusReporting, CleanStopFromOutsideIsNotTold) {
+    start("CORVANTA_STANDIN_LOCK_DELAY_MS", "0");
+    ASSERT_TRUE(reaches(ServerStatusRunning));
+    const qint32 pid = record->pid();
+    ASSERT_EQ(::kill(pid, SIGTERM), 0);
+    ASSERT_TRUE(reaches(ServerStatusStopped));
+    EXPECT_FALSE(QFile::exists(dir + u"/corvanta.lck"_s));
+    EXPECT_FALSE(record->leftLockFile());
+    EXPECT_EQ(desktop.shown, QStringList());
     EXPECT_EQ(watch.iconState(), IconState::Stopped);
 }
 
