@@ -157,8 +157,8 @@ void Application::menuItemChosen(QAction *item) {
 std::unique_ptr<QMenu> Application::createMenu() {
     auto menu = std::make_unique<QMenu>();
     QMenu *raw = menu.get();
-    // One connection for every instance item instead of one each: making and
-    // dropping those cost about a millisecond per 1,000 items at each opening.
+    // One connection for every instance item instead of one each, made and
+    // dropped at every opening.
     connect(raw, &QMenu::triggered, this, &Application::menuItemChosen);
     connect(raw, &QMenu::aboutToShow, this, [this, raw] {
         if (!std::exchange(_menuBuiltForPopup, false)) {
@@ -202,8 +202,8 @@ void Application::addInstanceItems(QMenu *menu, QObject *owner,
         addItem(menu, owner, tr("No Corvanta Instances"))->setEnabled(false);
         return;
     }
-    // The permission tests in one pass: between item constructions the
-    // same access() calls cost half as much again.
+    // The permission tests in one pass: interleaved with the item
+    // constructions the same access() calls are slower.
     QList<bool> permitted(instances.size());
     for (qsizetype i = 0; i < instances.size(); ++i) {
         permitted[i] = actsOnServer(instances[i]->serverStatus()) && instances[i]->canStart();
@@ -392,7 +392,7 @@ void Application::applicationDidFinishLaunching() {
 }
 
 void Application::followInstances() {
-    if (!_inModalDialog && _manager) {
+    if (_manager) {
         const QList<CorvantaInstancePtr> instances = _manager->allInstances();
         _defaultInstance = chooseDefaultInstance(instances);
         reportStatus(instances);

@@ -85,7 +85,7 @@ public:
     void setNotifier(Notifier *notifier) { _notifier = notifier; }
     Notifier &trayNotifier();
     // Scans the installation and reports on what it finds from then on, by
-    // kernel events; done at launch and by every opening.
+    // kernel events. Done at launch; each opening hands over what it lists.
     void followInstances();
     // Null until launch or the menu's first opening.
     StatusReporter *statusReporter() const { return _statusReporter.get(); }

@@ -7,9 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -133,32 +131,6 @@ TEST(CfgParse, KeySectionValueCommentLinesLineEndsAndNulBytes) {
         SCOPED_TRACE(text);
         EXPECT_EQ(dumpEntries(Image(text)), entries);
     }
-}
-
-// Files of a megabyte or more are read, digested and parsed on two threads;
-// they must give exactly what the plain path gives for the same lines.
-TEST(CfgParse, LargeFileParsesAsItsPartsDoAndRefreshesAlike) {
-    const std::string block =
-        "[S] ;h\r\nkey = v ;c\rq = 'a ;b'\x1a  indented = x\n; note\n\njunk\nk =;c\t \n";
-    const std::string blockEntries = dumpEntries(Image(block));
-    std::string text, entries;
-    while (text.size() < (3u << 20)) {
-        text += block;
-        entries += blockEntries;
-    }
-    Image img(text + "\0tail = 1\n"s);
-    EXPECT_EQ(dumpEntries(img), entries);
-    const struct timespec touched[2] = {{img->textTime - 100, 0}, {img->textTime - 100, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, img.path.c_str(), touched, 0), 0);
-    EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
-    text[block.find("= v") + 2] = 'w';  // same size, first block only
-    writeFile(img.path, text);
-    ASSERT_EQ(utimensat(AT_FDCWD, img.path.c_str(), touched, 0), 0);
-    EXPECT_EQ(ZEM_Cfg_refresh(img), 1);
-    entries.replace(entries.find("<key> <v>"), 9, "<key> <w>");
-    EXPECT_EQ(dumpEntries(img), entries);
-    ASSERT_EQ(ZEM_Cfg_write(img, "S", "key", "edited"), 0);
-    img.committed();
 }
 
 // A blocking open of the FIFO would hang the test rather than fail it.

@@ -3,11 +3,6 @@
 
 #include "Support.h"
 
-#include <algorithm>
-#include <atomic>
-#include <thread>
-#include <vector>
-
 class Manager : public InstanceTest {
 protected:
     // The directories one scan lists, the search directory shown as "~".
@@ -62,39 +57,4 @@ TEST_F(Manager, UnlistableSearchDirectoryIsReportedOnceAndLeavesTheListWhileTheW
     EXPECT_EQ(answer,
               "~/first/a ~/gone/g;~/first/a ~/gone/g ~/last/new;~/first/a ~/last/new;"
               "~/first ~/last;Invalid directory ~/gone: Permission denied");
-}
-
-// Every record of a large installation gets its own answers, its failures
-// logged once each.
-TEST_F(Manager, EveryRecordOfALargeInstallationGetsItsOwnAnswers) {
-    QStringList kept, malformed;
-    for (int i = 0; i < 300; ++i) {
-        const QString dir = search + QString::asprintf("/i%03d", i);
-        makeInstance(dir);
-        if (i % 5 != 0) {
-            kept.append(dir);
-        }
-        if (i % 7 == 0) {
-            malformed.append("Malformed .lck file " + dir + "/corvanta.lck");
-        }
-    }
-    manager.addSearchPath(search);
-    EXPECT_EQ(manager.allInstances().size(), 300);
-    for (int i = 0; i < 300; ++i) {
-        const QString dir = search + QString::asprintf("/i%03d", i);
-        if (i % 5 == 0) {
-            removePath(dir + "/corvanta.ini");
-        }
-        if (i % 7 == 0) {
-            writeFile(dir + "/corvanta.lck", "not a pid");
-        }
-    }
-    QStringList listed;
-    for (const CorvantaInstancePtr &instance : manager.allInstances()) {
-        listed.append(instance->directory());
-    }
-    listed.sort();
-    log.sort();
-    EXPECT_EQ(listed, kept);
-    EXPECT_EQ(log, malformed);
 }
