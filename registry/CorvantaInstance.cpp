@@ -10,12 +10,15 @@
 #include <QMap>
 #include <QStringDecoder>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -146,6 +149,30 @@ qint32 CorvantaInstance::pidValueFromLockFile() const {
     return parsed.pid;
 }
 
+namespace {
+
+// Whether the process has ended and waits for its parent to reap it.
+bool isZombie(qint32 pid) {
+    char path[32];
+    std::snprintf(path, sizeof path, "/proc/%d/stat", int(pid));
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return errno == ENOENT;  // gone meanwhile
+    }
+    char text[512];
+    const ssize_t n = ::read(fd, text, sizeof text - 1);
+    ::close(fd);
+    if (n <= 0) {
+        return false;
+    }
+    text[n] = '\0';
+    // "pid (comm) S ...": the name may hold anything, up to the last ')'.
+    const char *end = std::strrchr(text, ')');
+    return end && end[1] == ' ' && (end[2] == 'Z' || end[2] == 'X');
+}
+
+}  // namespace
+
 bool CorvantaInstance::isRunning(qint32 pid) const {
     // Process 1 and the monitor itself are never a server of ours: a lock
     // file naming them must not make shutdown signal them. Negative values
@@ -158,10 +185,16 @@ bool CorvantaInstance::isRunning(qint32 pid) const {
     if (reaped > 0) {
         rememberReaped(reaped, status);
     }
-    if (reaped == pid) {
+    if (reaped == pid || ::kill(pid, 0) != 0) {
         return false;
     }
-    return ::kill(pid, 0) == 0;
+    if (pid == _endedPid) {
+        if (isZombie(pid)) {
+            return false;
+        }
+        _endedPid = 0;  // reaped, and the number taken by another process
+    }
+    return true;
 }
 
 void CorvantaInstance::setStatus(qint32 status) {

@@ -56,6 +56,10 @@ public:
     // Stopped, with a lock file that names a process that is gone: the server
     // ended without removing it, which a clean stop does.
     bool leftLockFile() const { return _serverStatus == ServerStatusStopped && _leftLockFile; }
+    // The kernel said that process `pid` has ended (its pidfd became
+    // readable). Until its parent reaps it, it still answers signal 0; from
+    // now on such a remainder counts as ended.
+    void processEnded(qint32 pid) { _endedPid = pid; }
 
 private:
     void setLockFile(const QString &path);
@@ -71,6 +75,7 @@ private:
     // What the last startup launched, until its wait status is claimed: a
     // stale lock file's pid may take its place as the one followed.
     qint32 _launchedPid = 0;
+    mutable qint32 _endedPid = 0;
     std::optional<struct timespec> _cacheTime;
     bool _leftLockFile = false;
     bool _isDefault = false;

@@ -20,7 +20,7 @@ test=(
     qt6-svg-dev
     libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libinih-dev
     clang clang-format libclang-rt-14-dev
-    strace stress openbox dbus-daemon
+    strace stress openbox dbus-daemon python3-gi
     dpkg-dev lintian desktop-file-utils appstream groff-base
 )
 

@@ -3,6 +3,7 @@
 #include "MenuPlacement.h"
 #include "MonitorPreferences.h"
 #include "StatusIcon.h"
+#include "StatusNotifierItem.h"
 #include "StatusReporter.h"
 #include "TrayHostWaiter.h"
 #include "TrayNotifier.h"
@@ -90,7 +91,9 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
       _prompt(prompt) {}
 
 Application::~Application() {
-    // The menu first: hiding it on the way out still reports a close here.
+    // The menu first, after what exports it: hiding it on the way out still
+    // reports a close here.
+    _notifierItem.reset();
     _menu.reset();
     _statusReporter.reset();
     _trayHostWaiter.reset();
@@ -142,7 +145,12 @@ void Application::stopInstance(QAction *sender) {
 }
 
 void Application::menuItemChosen(QAction *item) {
-    switch (item->data().value<InstanceItem>().action) {
+    const InstanceItem chosen = item->data().value<InstanceItem>();
+    // One confirmation at a time, whichever menu the choice came from.
+    if (chosen.action != InstanceItem::Action::None && raiseModalDialog()) {
+        return;
+    }
+    switch (chosen.action) {
         case InstanceItem::Action::Start:
             startInstance(item);
             break;
@@ -179,21 +187,75 @@ void Application::menuWillOpen(QMenu *menu) {
     if (_inModalDialog) {
         return;
     }
+    stopMenuUpdateTimer();
+    if (!refreshMenu(menu).isEmpty()) {
+        startMenuUpdateTimer(menu);
+    }
+}
+
+void Application::hostMenuWillOpen() {
+    if (!_inModalDialog && _menu) {
+        refreshMenu(_menu.get());
+    }
+}
+
+QList<CorvantaInstancePtr> Application::refreshMenu(QMenu *menu) {
     const QList<CorvantaInstancePtr> instances =
         _manager ? _manager->allInstances() : QList<CorvantaInstancePtr>();
-    stopMenuUpdateTimer();
     _itemTitleFormats = translatedItemTitleFormats();
+    _defaultInstance = chooseDefaultInstance(instances);
+    if (menu) {
+        fillMenu(menu, instances);
+    }
+    reportStatus(instances);
+    return instances;
+}
+
+void Application::fillMenu(QMenu *menu, const QList<CorvantaInstancePtr> &instances) {
+    if (menu == _menu.get() && instances == _menuInstances && !menu->isEmpty()) {
+        updateItemsInPlace(menu);
+        return;
+    }
     _keyEquivalents.clear();
     menu->clear();
     QObject *const owner = retireItems(menu);
-    _defaultInstance = chooseDefaultInstance(instances);
-
     addInstanceItems(menu, owner, instances);
     menu->addSeparator();
     addLinkItems(menu, owner);
     menu->addSeparator();
     addLoginAndQuitItems(menu, owner);
-    reportStatus(instances);
+    if (menu == _menu.get()) {
+        _menuInstances = instances;
+    }
+}
+
+void Application::updateItemsInPlace(QMenu *menu) {
+    const QList<QAction *> items = menu->actions();
+    for (QAction *item : items) {
+        if (const CorvantaInstancePtr instance = item->data().value<InstanceItem>().instance) {
+            updateMenuItem(item, instance.get());
+        }
+    }
+    updateLinkItems();
+    if (_loginItem) {
+        _loginItem->setChecked(willStartAtLogin(programUrl(), _loginItems));
+    }
+}
+
+void Application::instanceRefreshed(const CorvantaInstancePtr &instance) {
+    if (!_menu || !_menuInstances.contains(instance)) {
+        return;
+    }
+    const QList<QAction *> items = _menu->actions();
+    for (QAction *item : items) {
+        if (item->data().value<InstanceItem>().instance == instance) {
+            updateMenuItem(item, instance.get());
+            break;
+        }
+    }
+    if (instance == _defaultInstance) {
+        updateLinkItems();
+    }
 }
 
 void Application::addInstanceItems(QMenu *menu, QObject *owner,
@@ -217,26 +279,33 @@ void Application::addInstanceItems(QMenu *menu, QObject *owner,
         updateMenuItem(item, instance, permitted[i]);
         menu->addAction(item);
     }
+}
+
+void Application::startMenuUpdateTimer(QMenu *menu) {
     _menuUpdateTarget = menu;
     _menuTicksLeft = MaxTicksPerOpening;
     _menuUpdateTimer.start(MenuUpdateIntervalMs, this);
 }
 
 void Application::addLinkItems(QMenu *menu, QObject *owner) {
-    QAction *log = addItem(menu, owner, tr("Open Diagnostic Messages"));
-    if (_defaultInstance && _defaultInstance->logFile()) {
-        connect(log, &QAction::triggered, this, &Application::viewLogFile);
-    } else {
-        log->setEnabled(false);
-    }
-    QAction *console = addItem(menu, owner, tr("Open Corvanta Kelvarine"));
-    if (_defaultInstance && _defaultInstance->serverStatus() == ServerStatusRunning) {
-        connect(console, &QAction::triggered, this, &Application::launchKelvarine);
-    } else {
-        console->setEnabled(false);
-    }
+    _logItem = addItem(menu, owner, tr("Open Diagnostic Messages"));
+    connect(_logItem, &QAction::triggered, this, &Application::viewLogFile);
+    _consoleItem = addItem(menu, owner, tr("Open Corvanta Kelvarine"));
+    connect(_consoleItem, &QAction::triggered, this, &Application::launchKelvarine);
+    updateLinkItems();
     QAction *docs = addItem(menu, owner, tr("View Online Documentation"));
     connect(docs, &QAction::triggered, this, &Application::onlineDocumentation);
+}
+
+// Disabled items are never triggered: the links act only while they apply.
+void Application::updateLinkItems() {
+    if (_logItem) {
+        _logItem->setEnabled(_defaultInstance && _defaultInstance->logFile());
+    }
+    if (_consoleItem) {
+        _consoleItem->setEnabled(_defaultInstance &&
+                                 _defaultInstance->serverStatus() == ServerStatusRunning);
+    }
 }
 
 void Application::addLoginAndQuitItems(QMenu *menu, QObject *owner) {
@@ -244,6 +313,7 @@ void Application::addLoginAndQuitItems(QMenu *menu, QObject *owner) {
     login->setCheckable(true);
     login->setChecked(willStartAtLogin(programUrl(), _loginItems));
     connect(login, &QAction::triggered, this, [this, login] { toggleStartAtLogin(login); });
+    _loginItem = login;
 
     QAction *quit = addItem(menu, owner, tr("Quit Corvanta Monitor"));
     connect(quit, &QAction::triggered, this, [] { QCoreApplication::quit(); });
@@ -268,11 +338,9 @@ void Application::reportStatus(const QList<CorvantaInstancePtr> &instances) {
         _statusReporter = std::make_unique<StatusReporter>(_notifier ? *_notifier : trayNotifier(),
                                                            _opener, confirmAction);
         connect(_statusReporter.get(), &StatusReporter::iconStateChanged, this,
-                [this](IconState state) {
-                    if (_statusItem) {
-                        _statusItem->setIcon(makeStatusIcon(state));
-                    }
-                });
+                &Application::setStatusIcon);
+        connect(&_statusReporter->watcher(), &InstanceWatcher::refreshed, this,
+                &Application::instanceRefreshed);
     }
     _statusReporter->setNotificationsEnabled(notificationsWanted());
     _statusReporter->instancesListed(instances, _defaultInstance);
@@ -377,10 +445,26 @@ void Application::viewLogFile() {
 void Application::applicationDidFinishLaunching() {
     _manager = std::make_unique<CorvantaManager>();
     setupGlobalEnvironment();
-
-    _statusItem = std::make_unique<QSystemTrayIcon>(makeStatusIcon(IconState::Unknown));
-    _trayNotifier->setIcon(_statusItem.get());
     _menu = createMenu();
+    // Filled before the icon appears: a host may read the menu as soon as
+    // the item is there, and draw it without asking first.
+    followInstances();
+    showStatusItem();
+}
+
+void Application::followInstances() {
+    if (_manager) {
+        refreshMenu(_menu ? _menu.get() : nullptr);
+    }
+}
+
+void Application::showStatusItem() {
+    if (showNotifierItem()) {
+        return;
+    }
+    _statusItem = std::make_unique<QSystemTrayIcon>(
+        makeStatusIcon(_statusReporter ? _statusReporter->iconState() : IconState::Unknown));
+    _trayNotifier->setIcon(_statusItem.get());
     _statusItem->setContextMenu(_menu.get());
     connect(_statusItem.get(), &QSystemTrayIcon::activated, this,
             &Application::statusItemActivated);
@@ -388,14 +472,37 @@ void Application::applicationDidFinishLaunching() {
 
     _trayHostWaiter = std::make_unique<TrayHostWaiter>(*_statusItem);
     _trayHostWaiter->start();
-    followInstances();
 }
 
-void Application::followInstances() {
-    if (_manager) {
-        const QList<CorvantaInstancePtr> instances = _manager->allInstances();
-        _defaultInstance = chooseDefaultInstance(instances);
-        reportStatus(instances);
+// A host that speaks StatusNotifierItem gets the item directly rather than
+// through QSystemTrayIcon, whose item can neither say that it is a menu nor
+// carry the program's title, and announces every action of a rebuild.
+bool Application::showNotifierItem() {
+    if (!_menu || !StatusNotifierItem::hostAvailable()) {
+        return false;
+    }
+    auto item = std::make_unique<StatusNotifierItem>(*_menu);
+    connect(&item->menuExporter(), &DBusMenuExporter::aboutToShowRequested, this,
+            &Application::hostMenuWillOpen);
+    connect(&item->menuExporter(), &DBusMenuExporter::triggered, this,
+            &Application::menuItemChosen);
+    connect(item.get(), &StatusNotifierItem::activated, this, &Application::hostActivated);
+    item->setToolTip(tr("Nordelix Corvanta"));
+    _notifierItem = std::move(item);
+    setStatusIcon(_statusReporter ? _statusReporter->iconState() : IconState::Unknown);
+    if (!_notifierItem->registerItem()) {
+        _notifierItem.reset();
+        return false;
+    }
+    return true;
+}
+
+void Application::setStatusIcon(IconState state) {
+    if (_notifierItem) {
+        _notifierItem->setIcon(makeStatusIcon(state));
+    }
+    if (_statusItem) {
+        _statusItem->setIcon(makeStatusIcon(state));
     }
 }
 
@@ -423,29 +530,47 @@ void Application::stopMenuUpdateTimer() {
     _menuUpdateTarget = nullptr;
 }
 
+bool Application::raiseModalDialog() {
+    if (!_inModalDialog) {
+        return false;
+    }
+    if (QWidget *dialog = QApplication::activeModalWidget()) {
+        dialog->raise();
+        dialog->activateWindow();
+    }
+    return true;
+}
+
 void Application::statusItemActivated(QSystemTrayIcon::ActivationReason reason) {
     // A click while a confirmation waits is meant for it: the dialog comes to
     // the front, and the menu stays as it was.
-    if (_inModalDialog) {
-        if (QWidget *dialog = QApplication::activeModalWidget()) {
-            dialog->raise();
-            dialog->activateWindow();
-        }
+    if (raiseModalDialog()) {
         return;
     }
     // The one menu answers both buttons, as a menu-bar item would.
     if (reason == QSystemTrayIcon::Trigger) {
-        showMenuAtIcon();
+        showMenuAtIcon(_statusItem ? _statusItem->geometry() : QRect());
     }
 }
 
-void Application::showMenuAtIcon() {
+void Application::hostActivated(QPoint at) {
+    if (raiseModalDialog()) {
+        return;
+    }
+    // Only an X11 desktop lets a program place its menu itself; a Wayland
+    // compositor would show it as a window of its own, away from the icon.
+    // There the host's own menu, on the other button, is the one.
+    if (QGuiApplication::platformName() == u"xcb") {
+        showMenuAtIcon(at.isNull() ? QRect() : QRect(at, QSize(1, 1)));
+    }
+}
+
+void Application::showMenuAtIcon(const QRect &icon) {
     if (!_menu || _menu->isVisible()) {
         return;
     }
     // Built before it is shown, so that it is placed with its final size.
     menuWillOpen(_menu.get());
-    const QRect icon = _statusItem ? _statusItem->geometry() : QRect();
     const QPoint pointer = QCursor::pos();
     QScreen *screen = QGuiApplication::screenAt(icon.isEmpty() ? pointer : icon.center());
     if (!screen) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "MenuKeyEquivalents.h"
+#include "StatusIcon.h"
 #include "app/platform/PlatformServices.h"
 #include "registry/CorvantaInstance.h"
 #include "registry/CorvantaManager.h"
@@ -8,7 +9,9 @@
 
 #include <QBasicTimer>
 #include <QObject>
+#include <QPoint>
 #include <QPointer>
+#include <QRect>
 #include <QString>
 #include <QSystemTrayIcon>
 #include <QUrl>
@@ -20,6 +23,7 @@ class QAction;
 class QMenu;
 class QStyle;
 class QSystemTrayIcon;
+class StatusNotifierItem;
 class StatusReporter;
 class TrayNotifier;
 class TrayHostWaiter;
@@ -33,9 +37,12 @@ struct InstanceItem {
 };
 Q_DECLARE_METATYPE(InstanceItem)
 
-// The tray front end: the status item, its menu (rebuilt at every opening and
-// refreshed while open), the start/stop confirmation, the links, the
-// installation environment and start at login. Main thread only.
+// The tray front end: the status item, its menu, the start/stop
+// confirmation, the links, the installation environment and start at login.
+// The menu is filled at launch and kept current from the kernel's news of the
+// servers, so that a tray host reading it at any time finds it complete; each
+// opening scans the installation again, and while this program's own menu
+// widget is open a timer refreshes it as well. Main thread only.
 class Application : public QObject {
     Q_OBJECT
 
@@ -68,7 +75,11 @@ public:
     // The menu's one connection for its instance items.
     void menuItemChosen(QAction *item);
     std::unique_ptr<QMenu> createMenu();
+    // An opening of this program's menu widget.
     void menuWillOpen(QMenu *menu);
+    // A tray host is about to draw the menu itself; it may never say that it
+    // closed it, so nothing is started that would wait for that.
+    void hostMenuWillOpen();
     void menuDidClose(QMenu *menu);
     void menuTimerFired(QMenu *menu);
     // `mayOperate`: the instance's canStart, when already asked.
@@ -89,6 +100,8 @@ public:
     void followInstances();
     // Null until launch or the menu's first opening.
     StatusReporter *statusReporter() const { return _statusReporter.get(); }
+    // Null unless the tray host speaks StatusNotifierItem.
+    StatusNotifierItem *notifierItem() const { return _notifierItem.get(); }
 
     static bool willStartAtLogin(const QUrl &url, LoginItemList &list);
     // The entry added starts the program with arguments.
@@ -110,24 +123,47 @@ private:
     };
     static ItemTitleFormats translatedItemTitleFormats();
 
+    // Scans, fills the menu and hands the instances over to the reporter.
+    QList<CorvantaInstancePtr> refreshMenu(QMenu *menu);
+    // Rebuilds the menu for another set of instances, or brings its items up
+    // to date in place for the same set (a host then reads no new layout).
+    void fillMenu(QMenu *menu, const QList<CorvantaInstancePtr> &instances);
+    void updateItemsInPlace(QMenu *menu);
+    void updateLinkItems();
+    // The kernel told of a change in a listed instance.
+    void instanceRefreshed(const CorvantaInstancePtr &instance);
     // The parts of the menu, in their order.
     void addInstanceItems(QMenu *menu, QObject *owner, const QList<CorvantaInstancePtr> &instances);
     void addLinkItems(QMenu *menu, QObject *owner);
     void addLoginAndQuitItems(QMenu *menu, QObject *owner);
+    void startMenuUpdateTimer(QMenu *menu);
     void stopMenuUpdateTimer();
+    void showStatusItem();
+    bool showNotifierItem();
+    void setStatusIcon(IconState state);
+    // A confirmation is up: whatever else the user chose brings it to the front.
+    bool raiseModalDialog();
     void statusItemActivated(QSystemTrayIcon::ActivationReason reason);
-    void showMenuAtIcon();
+    // A host that took the item for a button rather than a menu was clicked.
+    void hostActivated(QPoint at);
+    // `icon`: where the icon is, empty when unknown.
+    void showMenuAtIcon(const QRect &icon);
     QStringList loginArguments() const;
     void reportStatus(const QList<CorvantaInstancePtr> &instances);
 
     std::unique_ptr<CorvantaManager> _manager;
-    std::unique_ptr<QSystemTrayIcon> _statusItem;
+    std::unique_ptr<QSystemTrayIcon> _statusItem;       // a tray that embeds icons
+    std::unique_ptr<StatusNotifierItem> _notifierItem;  // or one that draws the menu
     // No process identity is kept: the confirmation dialog raises itself
     // through the window manager, which needs none.
     QBasicTimer _menuUpdateTimer;
     bool _inModalDialog = false;
     CorvantaInstancePtr _defaultInstance;
     std::optional<ItemTitleFormats> _itemTitleFormats;  // of the last opening
+    QList<CorvantaInstancePtr> _menuInstances;          // what the instance items show
+    QPointer<QAction> _logItem;
+    QPointer<QAction> _consoleItem;
+    QPointer<QAction> _loginItem;
 
     std::unique_ptr<QStyle> _menuStyle;  // outlives the menus using it
     std::unique_ptr<QMenu> _menu;

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <QDBusArgument>
+#include <QDBusVariant>
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QSet>
+#include <QVariantMap>
+
+class QAction;
+class QDBusConnection;
+class QMenu;
+
+// One item of an exported menu, as the menu interface sends it.
+struct DBusMenuItem {
+    int id = 0;
+    QVariantMap properties;
+};
+struct DBusMenuItemKeys {
+    int id = 0;
+    QStringList properties;
+};
+struct DBusMenuLayoutItem {
+    int id = 0;
+    QVariantMap properties;
+    QList<DBusMenuLayoutItem> children;
+};
+struct DBusMenuEvent {
+    int id = 0;
+    QString eventId;
+    QDBusVariant data;
+    uint timestamp = 0;
+};
+using DBusMenuItemList = QList<DBusMenuItem>;
+using DBusMenuItemKeysList = QList<DBusMenuItemKeys>;
+using DBusMenuEventList = QList<DBusMenuEvent>;
+Q_DECLARE_METATYPE(DBusMenuItem)
+Q_DECLARE_METATYPE(DBusMenuItemKeys)
+Q_DECLARE_METATYPE(DBusMenuLayoutItem)
+Q_DECLARE_METATYPE(DBusMenuEvent)
+
+// Publishes a QMenu on the session bus as a com.canonical.dbusmenu menu, for
+// tray hosts that draw the menu themselves. The QMenu stays the one source:
+// the host reads whatever it holds at any moment, and each change of it is
+// announced once, after the change is complete, rather than once per action
+// touched. Main thread only.
+class DBusMenuExporter : public QObject {
+    Q_OBJECT
+
+public:
+    explicit DBusMenuExporter(QMenu &menu, QObject *parent = nullptr);
+    ~DBusMenuExporter() override;
+
+    // Registers the menu object at `path`; false when the path is taken.
+    bool registerOn(QDBusConnection &bus, const QString &path);
+    uint revision() const { return _revision; }
+
+    // The D-Bus calls, for the adaptor.
+    DBusMenuLayoutItem layout(int parentId, int depth, const QStringList &names);
+    DBusMenuItemList groupProperties(const QList<int> &ids, const QStringList &names);
+    QVariant property(int id, const QString &name);
+    bool event(int id, const QString &eventId);
+    // The root is about to be shown: the menu brings itself up to date, and
+    // the answer says whether the host must read it again.
+    bool aboutToShow(int id);
+
+    // The dbusmenu label of an action's text: "_" marks the mnemonic.
+    static QString labelOf(const QString &text);
+    static void registerTypes();
+
+signals:
+    // The host is about to show the menu.
+    void aboutToShowRequested();
+    // An item was chosen, after its action was triggered, as QMenu::triggered.
+    void triggered(QAction *action);
+    // For the adaptor.
+    void layoutUpdated(uint revision, int parent);
+    void itemsPropertiesUpdated(const DBusMenuItemList &updated,
+                                const DBusMenuItemKeysList &removed);
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    int idOf(QAction *action);
+    QAction *actionOf(int id) const;
+    QVariantMap propertiesOf(QAction *action, const QStringList &names) const;
+    void changed(QAction *action, bool layout);
+    void announce();
+    void activate(int id);
+
+    QMenu &_menu;
+    QHash<QAction *, int> _ids;
+    QHash<int, QPointer<QAction>> _actions;
+    int _nextId = 1;
+    uint _revision = 1;
+    bool _layoutChanged = false;
+    QSet<int> _changedItems;
+    bool _announcing = false;  // an announcement is queued
+};
+
+QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuItem &item);
+const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuItem &item);
+QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuItemKeys &keys);
+const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuItemKeys &keys);
+QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuLayoutItem &item);
+const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuLayoutItem &item);
+QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuEvent &event);
+const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuEvent &event);
