@@ -484,8 +484,6 @@ bool Application::showNotifierItem() {
     auto item = std::make_unique<StatusNotifierItem>(*_menu);
     connect(&item->menuExporter(), &DBusMenuExporter::aboutToShowRequested, this,
             &Application::hostMenuWillOpen);
-    connect(&item->menuExporter(), &DBusMenuExporter::triggered, this,
-            &Application::menuItemChosen);
     connect(item.get(), &StatusNotifierItem::activated, this, &Application::hostActivated);
     item->setToolTip(tr("Nordelix Corvanta"));
     _notifierItem = std::move(item);

@@ -268,11 +268,8 @@ void DBusMenuExporter::activate(int id) {
     if (!action || !action->isEnabled() || !action->isVisible() || action->isSeparator()) {
         return;
     }
-    const QPointer<QAction> guard(action);
+    // The menu hears of it as of a click in it, QMenu::triggered included.
     action->activate(QAction::Trigger);
-    if (guard) {
-        emit triggered(action);
-    }
 }
 
 bool DBusMenuExporter::aboutToShow(int id) {

@@ -73,8 +73,6 @@ public:
 signals:
     // The host is about to show the menu.
     void aboutToShowRequested();
-    // An item was chosen, after its action was triggered, as QMenu::triggered.
-    void triggered(QAction *action);
     // For the adaptor.
     void layoutUpdated(uint revision, int parent);
     void itemsPropertiesUpdated(const DBusMenuItemList &updated,

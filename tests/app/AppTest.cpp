@@ -341,6 +341,19 @@ TEST_F(StatusMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
     fake.answer = 0;
     tray->actions().first()->trigger();
     EXPECT_EQ(builds, 2);
+
+    // A host-drawn menu stays usable meanwhile: a second choice brings the
+    // confirmation up front instead of adding another.
+    addInstance(u"other"_s);
+    app.hostMenuWillOpen();
+    int prompts = 0;
+    fake.whileUp = [&] {
+        if (++prompts == 1) {
+            tray->actions().at(1)->trigger();
+        }
+    };
+    tray->actions().first()->trigger();
+    EXPECT_EQ(prompts, 1);
 }
 
 // Judged as an unprivileged user would be; only a writable directory offers its item.
