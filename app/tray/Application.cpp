@@ -497,7 +497,11 @@ bool Application::showNotifierItem() {
 
 void Application::setStatusIcon(IconState state) {
     if (_notifierItem) {
-        _notifierItem->setIcon(makeStatusIcon(state));
+        // The name only where its icon is found: a host that prefers names
+        // would otherwise draw a missing-icon sign instead of the pixmap.
+        static const QString directory = statusIconDirectory();
+        _notifierItem->setIcon(makeStatusIcon(state),
+                               directory.isEmpty() ? QString() : statusIconName(state), directory);
     }
     if (_statusItem) {
         _statusItem->setIcon(makeStatusIcon(state));

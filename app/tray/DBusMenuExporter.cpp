@@ -158,12 +158,12 @@ QString DBusMenuExporter::labelOf(const QString &text) {
         if (c == u'_') {
             label += QStringLiteral("__");
         } else if (c == u'&' && i + 1 < text.size()) {
-            // "&&" is a literal "&"; "&x" marks x.
-            ++i;
-            label += text.at(i) == u'&' ? QStringLiteral("&") : u'_' + QString(text.at(i));
-            if (text.at(i) == u'_') {
-                label += u'_';
-            }
+            // "&&" is a literal "&"; "&x" marks x, but an underscore cannot be
+            // marked and stays literal.
+            const QChar next = text.at(++i);
+            label += next == u'&'   ? QStringLiteral("&")
+                     : next == u'_' ? QStringLiteral("__")
+                                    : u'_' + QString(next);
         } else {
             label += c;
         }

@@ -1,5 +1,8 @@
 #include "StatusIcon.h"
 
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPen>
@@ -122,4 +125,42 @@ QIcon makeStatusIcon(IconState state) {
         icon.addPixmap(drawStatusIcon(size, state, 2));
     }
     return icon;
+}
+
+QString statusIconName(IconState state) {
+    switch (state) {
+        case IconState::Running:
+            return QStringLiteral("corvanta-monitor-running");
+        case IconState::Stopped:
+            return QStringLiteral("corvanta-monitor-stopped");
+        case IconState::Transition:
+            return QStringLiteral("corvanta-monitor-transition");
+        case IconState::Unknown:
+            break;
+    }
+    return QStringLiteral("corvanta-monitor-unknown");
+}
+
+QString statusIconDirectory() {
+    const QString directory =
+        QDir::cleanPath(QCoreApplication::applicationDirPath() +
+                        QStringLiteral("/../share/corvanta-monitor/status-icons"));
+    return QFileInfo::exists(directory + u'/' + statusIconName(IconState::Unknown) +
+                             QStringLiteral(".png"))
+               ? directory
+               : QString();
+}
+
+bool writeStatusIcons(const QString &directory, int size) {
+    if (!QDir().mkpath(directory)) {
+        return false;
+    }
+    for (const IconState state :
+         {IconState::Unknown, IconState::Stopped, IconState::Transition, IconState::Running}) {
+        if (!drawStatusIcon(size, state)
+                 .save(directory + u'/' + statusIconName(state) + QStringLiteral(".png"))) {
+            return false;
+        }
+    }
+    return true;
 }

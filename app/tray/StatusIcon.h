@@ -20,3 +20,12 @@ enum class IconState {
 QPixmap drawStatusIcon(int size, IconState state = IconState::Unknown, qreal devicePixelRatio = 1,
                        bool monochrome = false);
 QIcon makeStatusIcon(IconState state = IconState::Unknown);
+
+// The themed name of the icon for `state`, e.g. "corvanta-monitor-running";
+// the build writes those icons (drawn as above) into a directory of their own.
+QString statusIconName(IconState state);
+// That directory beside the program ("../share/corvanta-monitor/status-icons"
+// from its executable), when it holds the icons; empty otherwise.
+QString statusIconDirectory();
+// Writes the icons of every state into `directory`, `size` pixels square.
+bool writeStatusIcons(const QString &directory, int size);

@@ -1,4 +1,5 @@
 #include "app/tray/Application.h"
+#include "app/tray/DBusMenuExporter.h"
 #include "app/tray/MenuPlacement.h"
 #include "app/tray/MessageBoxPrompt.h"
 #include "app/tray/StatusIcon.h"
@@ -627,4 +628,11 @@ TEST(ConfirmationDialog, KeepsTheSentenceWholeAndWrapsOnlyTheDirectory) {
 int main(int argc, char *argv[]) {
     QApplication::setQuitOnLastWindowClosed(false);
     return runTests<QApplication>(argc, argv);
+}
+
+TEST(ExportedMenu, LabelsKeepNamesLiteralAndMarkMnemonicsTheInterfacesWay) {
+    EXPECT_EQ(DBusMenuExporter::labelOf(u"Start Instance 'a_b && c'"_s),
+              u"Start Instance 'a__b & c'"_s);
+    EXPECT_EQ(DBusMenuExporter::labelOf(u"&Quit"_s), u"_Quit"_s);
+    EXPECT_EQ(DBusMenuExporter::labelOf(u"&_x&"_s), u"__x&"_s);
 }

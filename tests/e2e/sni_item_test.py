@@ -188,6 +188,10 @@ def main():
         check(host.prop("ItemIsMenu") is True, "the item is a menu")
         check(host.prop("Menu") == "/MenuBar", "the menu's path")
         check(len(host.prop("IconPixmap")) > 0, "pixmaps beside the icon name")
+        name, path = host.prop("IconName"), host.prop("IconThemePath")
+        check(name == "corvanta-monitor-stopped" and
+              os.path.isfile(os.path.join(path, name + ".png")),
+              f"the themed icon name {name!r} is found in {path!r}")
 
         for opened in (False, True):
             when = "menu open" if opened else "menu never opened"
