@@ -148,6 +148,17 @@ class Host:
         return True
 
 
+def wakeups(pid):
+    """Voluntary context switches of all the process's threads."""
+    total = 0
+    for task in os.listdir(f"/proc/{pid}/task"):
+        with open(f"/proc/{pid}/task/{task}/status") as status:
+            for line in status:
+                if line.startswith("voluntary_ctxt_switches:"):
+                    total += int(line.split()[1])
+    return total
+
+
 def main():
     monitor, standin = os.path.realpath(sys.argv[1]), os.path.realpath(sys.argv[2])
     here = os.path.dirname(os.path.realpath(__file__))
@@ -232,6 +243,15 @@ def main():
                   f"{when}: the exported menu shows the killed server stopped")
             host.notifications.clear()
             os.unlink(os.path.join(home, "database", "corvanta.lck"))
+
+        # The host's menu was "opened" and never reported closed: the program
+        # must not poll meanwhile. A measurement, so it takes a fixed time.
+        host.wait_for(lambda: False, 1)  # the lock file's removal settles
+        before = wakeups(tray.pid)
+        host.wait_for(lambda: False, 5)
+        woke = wakeups(tray.pid) - before
+        print(f"     {woke} wake-ups in 5 s with the host's menu left open", flush=True)
+        check(woke <= 1, "no polling after the host's menu was opened")
     finally:
         tray.terminate()
         tray.wait(30)
