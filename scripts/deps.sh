@@ -20,7 +20,8 @@ test=(
     qt6-svg-dev
     libgtest-dev libgmock-dev libbenchmark-dev libssl-dev libinih-dev
     clang clang-format libclang-rt-14-dev
-    strace stress openbox dbus-daemon python3-gi
+    strace stress openbox dbus-daemon dbus-bin python3-gi
+    sway waybar grim wtype qt6-wayland gir1.2-dbusmenu-glib-0.4
     dpkg-dev lintian desktop-file-utils appstream groff-base
 )
 
