@@ -13,6 +13,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCursor>
+#include <QDBusServiceWatcher>
 #include <QMenu>
 #include <QScopeGuard>
 #include <QScreen>
@@ -368,11 +369,8 @@ void Application::menuTimerFired(QMenu *menu) {
             updateMenuItem(item, instance.get());
         }
     }
-    // A tray host that draws the menu itself from the exported D-Bus menu may
-    // never report that it closed, and the QMenu widget is then never shown,
-    // so nothing here can tell an open menu from one closed long ago. One
-    // opening therefore refreshes for a bounded time only; the next opening
-    // starts afresh.
+    // Only this program's menu widget runs the timer, and it reports its
+    // closing; the bound is a safety net should a close ever go unreported.
     if (--_menuTicksLeft <= 0) {
         stopMenuUpdateTimer();
     }
@@ -459,7 +457,23 @@ void Application::followInstances() {
 }
 
 void Application::showStatusItem() {
+    // A panel started after the program (both from the session's autostart,
+    // say) may bring a StatusNotifierItem host later: the item moves there.
+    // On Wayland that is the only tray there is. Watched before the first
+    // look, so that a host appearing in between is not missed.
+    _hostWatch = std::make_unique<QDBusServiceWatcher>(StatusNotifierItem::WatcherService,
+                                                       QDBusConnection::sessionBus(),
+                                                       QDBusServiceWatcher::WatchForRegistration);
+    connect(_hostWatch.get(), &QDBusServiceWatcher::serviceRegistered, this, [this] {
+        if (!_notifierItem && showNotifierItem()) {
+            _trayHostWaiter.reset();
+            _trayNotifier->setIcon(nullptr);
+            _statusItem.reset();
+            _hostWatch.release()->deleteLater();  // inside its own signal
+        }
+    });
     if (showNotifierItem()) {
+        _hostWatch.reset();
         return;
     }
     _statusItem = std::make_unique<QSystemTrayIcon>(

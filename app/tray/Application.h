@@ -20,6 +20,7 @@
 #include <optional>
 
 class QAction;
+class QDBusServiceWatcher;
 class QMenu;
 class QStyle;
 class QSystemTrayIcon;
@@ -109,7 +110,7 @@ public:
                                 const QStringList &arguments = {});
 
     static constexpr int MenuUpdateIntervalMs = 500;
-    // Upper bound on one opening's refresh ticks (ten minutes), see menuTimerFired.
+    // Upper bound on one opening's refresh ticks (ten minutes).
     static constexpr int MaxTicksPerOpening = 10 * 60 * 1000 / MenuUpdateIntervalMs;
 
 protected:
@@ -169,7 +170,8 @@ private:
     std::unique_ptr<QMenu> _menu;
     bool _menuBuiltForPopup = false;  // showMenuAtIcon built it before placing it
     std::unique_ptr<TrayHostWaiter> _trayHostWaiter;
-    QPointer<QMenu> _menuUpdateTarget;  // the timer's menu, as long as it lives
+    std::unique_ptr<QDBusServiceWatcher> _hostWatch;  // for a host that comes later
+    QPointer<QMenu> _menuUpdateTarget;                // the timer's menu, as long as it lives
     int _menuTicksLeft = 0;
     MenuKeyEquivalents _keyEquivalents;
     QString _packageRoot;

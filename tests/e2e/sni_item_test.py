@@ -4,19 +4,22 @@
 Usage: sni_item_test.py CORVANTA_MONITOR CORVANTA_STANDIN
 
 On a private session bus this script is the tray host's watcher and the
-notification server. Its first call to the item, as soon as the item
-registers, is GetLayout: no AboutToShow, no other call before it. The layout
-must then already be the whole menu. Afterwards, with no menu ever opened,
+notification server, which appear only after the program has started. Its
+first call to the item, as soon as the item registers, is GetLayout: no
+AboutToShow, no other call before it. The layout must then already be the
+whole menu. Afterwards, with no menu ever opened,
 a server started and stopped from a terminal shows in the exported menu and
 one killed from outside is notified; then the same with the host's menu
 "open" (AboutToShow sent, never a "closed").
 """
 import os
+import select
 import shutil
 import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 import gi
@@ -72,10 +75,13 @@ class Host:
         for iface, path in ((node.interfaces[0], "/StatusNotifierWatcher"),
                             (node.interfaces[1], "/org/freedesktop/Notifications")):
             bus.register_object(path, iface, self.on_call, self.on_property, None)
+
+    def claim_names(self):
         for name in ("org.kde.StatusNotifierWatcher", "org.freedesktop.Notifications"):
-            bus.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                          "RequestName", GLib.Variant("(su)", (name, 4)), None,
-                          Gio.DBusCallFlags.NONE, -1, None)
+            self.bus.call_sync("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                               "org.freedesktop.DBus", "RequestName",
+                               GLib.Variant("(su)", (name, 4)), None, Gio.DBusCallFlags.NONE, -1,
+                               None)
 
     def on_property(self, bus, sender, path, iface, name):
         return {"RegisteredStatusNotifierItems": GLib.Variant("as", [self.item] if self.item else []),
@@ -148,6 +154,22 @@ class Host:
         return True
 
 
+def wait_for_line(stream, prefix, seconds):
+    """Reads `stream` until a line starts with `prefix`; False at its end or
+    when the time is up."""
+    deadline, text = time.monotonic() + seconds, b""
+    while (left := deadline - time.monotonic()) > 0:
+        if not select.select([stream], [], [], left)[0]:
+            break
+        chunk = os.read(stream.fileno(), 4096)
+        if not chunk:
+            break
+        text += chunk
+        if any(line.startswith(prefix.encode()) for line in text.splitlines()):
+            return True
+    return False
+
+
 def wakeups(pid):
     """Voluntary context switches of all the process's threads."""
     total = 0
@@ -177,7 +199,14 @@ def main():
         address, Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT |
         Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
     host = Host(bus)
-    tray = subprocess.Popen([monitor], env=env)
+    # The program first, the host later, as when both start with the session:
+    # the item moves to the host when it comes.
+    tray = subprocess.Popen([monitor], env=env, stderr=subprocess.PIPE)
+    check(wait_for_line(tray.stderr, "corvanta-monitor: No system tray found", 30),
+          "without a host the program says so")
+    threading.Thread(target=shutil.copyfileobj, args=(tray.stderr, sys.stderr.buffer),
+                     daemon=True).start()
+    host.claim_names()
 
     def cli(*args):
         return subprocess.run([monitor, *args], env=env, capture_output=True, text=True,
