@@ -273,6 +273,18 @@ def main():
             host.notifications.clear()
             os.unlink(os.path.join(home, "database", "corvanta.lck"))
 
+        # A new instance: the next opening rebuilds the menu, announced once.
+        os.makedirs(os.path.join(home, "zeta"))
+        with open(os.path.join(home, "zeta", "corvanta.ini"), "w") as ini:
+            ini.write("[database]\n")
+        layouts = host.layout_updates
+        check(host.call("/MenuBar", "com.canonical.dbusmenu", "AboutToShow", (0,), "(i)")[0],
+              "an opening with a new instance asks for a new layout")
+        check(host.wait_for(lambda: host.layout_updates > layouts, 5), "the new layout is announced")
+        host.wait_for(lambda: "Start Instance 'zeta'" in host.layout().splitlines(), 5)
+        check(host.layout_updates - layouts == 1,
+              f"one LayoutUpdated for the rebuild ({host.layout_updates - layouts})")
+
         # The host's menu was "opened" and never reported closed: the program
         # must not poll meanwhile. A measurement, so it takes a fixed time.
         host.wait_for(lambda: False, 1)  # the lock file's removal settles
