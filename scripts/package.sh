@@ -16,7 +16,7 @@ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=None \
     -DCMAKE_MODULE_LINKER_FLAGS="$(dpkg-buildflags --get LDFLAGS)" \
     -DCMAKE_INSTALL_PREFIX=/usr -DCORVANTA_TESTS=OFF -DCORVANTA_BENCH=OFF \
     -DCORVANTA_WERROR=ON "$@" >/dev/null
-cmake --build "$build" -j "$(nproc)" --target corvanta-monitor corvanta_package_docs >&2
+cmake --build "$build" -j "$(nproc)" --target corvanta-monitor corvanta_package_docs corvanta_status_icon_files >&2
 rm -f "$build"/*.deb
 (cd "$build" && cpack -G DEB >&2)
 ls "$build"/*.deb
