@@ -9,18 +9,9 @@ wl_uid=65534
 wl_bar_height=32 wl_icon_size=24 wl_icon_spacing=8
 wl_bar_color=ff00ff # a colour no icon is made of, so that drawn items stand out
 
-# Exits as skipped (77) unless every tool named is installed.
-wl_require() { for t; do command -v "$t" >/dev/null || { echo "SKIP: $t is not installed"; exit 77; }; done; }
-
-# Polls a command every 0.1 s until it succeeds or `seconds` pass.
-wl_wait() {
-    local end=$((SECONDS + $1))
-    shift
-    until "$@"; do
-        ((SECONDS < end)) || return 1
-        sleep 0.1
-    done
-}
+# xs_require and xs_wait
+# shellcheck source=xsession.sh
+source "$(dirname "${BASH_SOURCE[0]}")/xsession.sh"
 
 # The prefix that runs a command on the host side, as the unprivileged user when we are
 # root; an array rather than a function, so that `$!` is the command itself.
@@ -124,7 +115,7 @@ EOF
 # The bus, sway, a virtual pointer and the bar; returns once the bar's watcher is on the
 # bus, sway answers and the bar is drawn.
 wl_start() {
-    wl_require sway swaymsg waybar grim dbus-daemon dbus-send setpriv python3 od
+    xs_require sway swaymsg waybar grim dbus-daemon dbus-send setpriv python3 od
     wl_host=$work/host wl_runtime=$work/runtime
     mkdir -p "$wl_host/config" "$wl_runtime" "$work/screenshots"
     chmod 700 "$wl_host" "$wl_runtime"
@@ -139,36 +130,32 @@ wl_start() {
     "${wl_as_host[@]}" dbus-daemon --config-file="$work/bus.conf" --nofork --print-address=1 \
         >"$work/bus.address" 2>"$work/bus.log" &
     wl_pids+=($!)
-    wl_wait 5 test -s "$work/bus.address" || { echo "no session bus" >&2; return 1; }
+    xs_wait 5 test -s "$work/bus.address" || { echo "no session bus" >&2; return 1; }
 
     "${wl_as_host[@]}" WLR_BACKENDS=headless WLR_LIBINPUT_NO_DEVICES=1 sway -c "$work/sway.conf" \
         >"$work/sway.log" 2>&1 &
     wl_pids+=($!)
-    wl_wait 10 wl_find_ipc ||
+    xs_wait 10 wl_find_ipc ||
         { echo "sway did not start" >&2; return 1; }
-    wl_wait 10 wl_outputs_answer || { echo "sway does not answer" >&2; return 1; }
+    xs_wait 10 wl_outputs_answer || { echo "sway does not answer" >&2; return 1; }
     wl_display=$(wl_first "$wl_host"/wayland-[0-9]) || { echo "no Wayland socket" >&2; return 1; }
 
     "${wl_as_host[@]}" python3 "$work/vpointer.py" "$wl_display" >"$work/vpointer.log" 2>&1 &
     wl_pids+=($!)
-    wl_wait 5 wl_seat_has_pointer || { echo "no virtual pointer" >&2; return 1; }
+    xs_wait 5 wl_seat_has_pointer || { echo "no virtual pointer" >&2; return 1; }
 
     "${wl_as_host[@]}" WAYLAND_DISPLAY="$wl_display" DBUS_SESSION_BUS_ADDRESS="$wl_bus" \
         waybar -l debug -c "$work/waybar.json" -s "$work/waybar.css" >"$work/waybar.log" 2>&1 &
     wl_pids+=($!)
-    wl_wait 10 wl_watcher_up || { echo "the bar's watcher is not on the bus" >&2; return 1; }
-    wl_wait 10 wl_bar_drawn || { echo "the bar is not drawn" >&2; return 1; }
+    xs_wait 10 wl_watcher_up || { echo "the bar's watcher is not on the bus" >&2; return 1; }
+    xs_wait 10 wl_bar_drawn || { echo "the bar is not drawn" >&2; return 1; }
 }
 
-# What a client needs, exported here and printed for another shell.
+# What a client needs.
 wl_env() {
     export WAYLAND_DISPLAY=$wl_display DBUS_SESSION_BUS_ADDRESS=$wl_bus QT_QPA_PLATFORM=wayland \
-        XDG_RUNTIME_DIR=$wl_runtime SWAYSOCK=$wl_sway_ipc
+        XDG_RUNTIME_DIR=$wl_runtime
     unset DISPLAY XDG_CURRENT_DESKTOP XDG_SESSION_TYPE DESKTOP_SESSION
-    local v
-    for v in WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS QT_QPA_PLATFORM XDG_RUNTIME_DIR SWAYSOCK; do
-        printf 'export %s=%q\n' "$v" "${!v}"
-    done
 }
 
 wl_screenshot() {
@@ -178,36 +165,20 @@ wl_screenshot() {
 # The pixels of a region ("X,Y WxH") as a binary PPM, to compare with another grab.
 wl_grab() { WAYLAND_DISPLAY=$wl_display grim -t ppm -g "$1" - 2>/dev/null; }
 
-# Records the bus's traffic to $work/bus-monitor.log (root or the host user may).
-wl_record_bus() {
-    dbus-monitor --address "$wl_bus" --monitor >"$work/bus-monitor.log" 2>&1 &
-    wl_pids+=($!)
-    wl_wait 5 grep -q NameAcquired "$work/bus-monitor.log" 2>/dev/null
-}
-
 # The bar's pixels as raw RGB, row by row.
 wl_bar_pixels() {
     local header=$'P6\n'"1024 $wl_bar_height"$'\n255\n'
     wl_grab "0,0 1024x$wl_bar_height" | tail -c +$((${#header} + 1))
 }
 
-# One line "X Y W H" per tray item, in output coordinates: the box of what the bar drew
-# in each item's slot (the tray is the bar's only module, left-aligned, unpadded).
-wl_tray_item_rect() {
+# Whether the bar drew something in the tray's first slot (0,4 24x24: the tray is the
+# bar's only module, left-aligned, unpadded).
+wl_item_drawn() {
     wl_bar_pixels | python3 -c '
 import sys
-width, height, pitch, size = 1024, int(sys.argv[1]), int(sys.argv[2]), int(sys.argv[3])
-px, bg = sys.stdin.buffer.read(), bytes.fromhex(sys.argv[4])
-if len(px) != width * height * 3:
-    sys.exit("unexpected screenshot size")
-for left in range(0, width, pitch):
-    drawn = [(x, y) for y in range(height) for x in range(left, min(left + size, width))
-             if px[(y * width + x) * 3:(y * width + x) * 3 + 3] != bg]
-    if not drawn:
-        break
-    xs, ys = [p[0] for p in drawn], [p[1] for p in drawn]
-    print(min(xs), min(ys), max(xs) - min(xs) + 1, max(ys) - min(ys) + 1)
-' "$wl_bar_height" $((wl_icon_size + wl_icon_spacing)) "$wl_icon_size" "$wl_bar_color"
+px, bg = sys.stdin.buffer.read(), bytes.fromhex(sys.argv[1])
+sys.exit(all(px[(y * 1024 + x) * 3:(y * 1024 + x) * 3 + 3] == bg
+             for y in range(4, 28) for x in range(24)))' "$wl_bar_color"
 }
 
 # Clicks at output coordinates with button 1-3 (or left, middle, right) through the
@@ -218,13 +189,6 @@ wl_click() {
     wl_swaymsg seat - cursor set "$1" "$2" >/dev/null &&
         wl_swaymsg seat - cursor press "button$button" >/dev/null &&
         wl_swaymsg seat - cursor release "button$button" >/dev/null
-}
-
-# Clicks the middle of the nth tray item (1 by default).
-wl_click_tray_item() {
-    local x y w h
-    read -r x y w h < <(wl_tray_item_rect | sed -n "${2:-1}p") || return 1
-    wl_click $((x + w / 2)) $((y + h / 2)) "$1"
 }
 
 # One line per window sway manages: app_id, name, x,y wxh and "focused" if it is.
