@@ -10,15 +10,12 @@
 #include <QMap>
 #include <QStringDecoder>
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace {
 
@@ -151,24 +148,17 @@ qint32 CorvantaInstance::pidValueFromLockFile() const {
 
 namespace {
 
-// Whether the process has ended and waits for its parent to reap it.
+// Whether the process has ended and waits for its parent to reap it: its
+// state, after the name in parentheses, is Z (or X while being reaped). An
+// unreadable state says no; the still readable pidfd asks again.
 bool isZombie(qint32 pid) {
-    char path[32];
-    std::snprintf(path, sizeof path, "/proc/%d/stat", int(pid));
-    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return errno == ENOENT;  // gone meanwhile
-    }
-    char text[512];
-    const ssize_t n = ::read(fd, text, sizeof text - 1);
-    ::close(fd);
-    if (n <= 0) {
+    QByteArray stat;
+    QString error;
+    if (!Paths::readAsciiPrefix(QStringLiteral("/proc/%1/stat").arg(pid), &stat, &error, 512)) {
         return false;
     }
-    text[n] = '\0';
-    // "pid (comm) S ...": the name may hold anything, up to the last ')'.
-    const char *end = std::strrchr(text, ')');
-    return end && end[1] == ' ' && (end[2] == 'Z' || end[2] == 'X');
+    const qsizetype end = stat.lastIndexOf(')');
+    return end >= 0 && stat.size() > end + 2 && (stat[end + 2] == 'Z' || stat[end + 2] == 'X');
 }
 
 }  // namespace

@@ -244,7 +244,7 @@ void Application::updateItemsInPlace(QMenu *menu) {
 }
 
 void Application::instanceRefreshed(const CorvantaInstancePtr &instance) {
-    if (!_menu || !_menuInstances.contains(instance)) {
+    if (!_menu) {
         return;
     }
     const QList<QAction *> items = _menu->actions();
@@ -452,7 +452,7 @@ void Application::applicationDidFinishLaunching() {
 
 void Application::followInstances() {
     if (_manager) {
-        refreshMenu(_menu ? _menu.get() : nullptr);
+        refreshMenu(_menu.get());
     }
 }
 
@@ -476,8 +476,7 @@ void Application::showStatusItem() {
         _hostWatch.reset();
         return;
     }
-    _statusItem = std::make_unique<QSystemTrayIcon>(
-        makeStatusIcon(_statusReporter ? _statusReporter->iconState() : IconState::Unknown));
+    _statusItem = std::make_unique<QSystemTrayIcon>(makeStatusIcon(iconState()));
     _trayNotifier->setIcon(_statusItem.get());
     _statusItem->setContextMenu(_menu.get());
     connect(_statusItem.get(), &QSystemTrayIcon::activated, this,
@@ -501,12 +500,16 @@ bool Application::showNotifierItem() {
     connect(item.get(), &StatusNotifierItem::activated, this, &Application::hostActivated);
     item->setToolTip(tr("Nordelix Corvanta"));
     _notifierItem = std::move(item);
-    setStatusIcon(_statusReporter ? _statusReporter->iconState() : IconState::Unknown);
+    setStatusIcon(iconState());
     if (!_notifierItem->registerItem()) {
         _notifierItem.reset();
         return false;
     }
     return true;
+}
+
+IconState Application::iconState() const {
+    return _statusReporter ? _statusReporter->iconState() : IconState::Unknown;
 }
 
 void Application::setStatusIcon(IconState state) {

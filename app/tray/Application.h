@@ -141,6 +141,7 @@ private:
     void stopMenuUpdateTimer();
     void showStatusItem();
     bool showNotifierItem();
+    IconState iconState() const;
     void setStatusIcon(IconState state);
     // A confirmation is up: whatever else the user chose brings it to the front.
     bool raiseModalDialog();

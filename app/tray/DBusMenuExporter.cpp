@@ -183,9 +183,9 @@ int DBusMenuExporter::idOf(QAction *action) {
 }
 
 QAction *DBusMenuExporter::actionOf(int id) const {
-    QAction *action = _actions.value(id);
-    // Only what the menu holds now: a host may name an item it read before.
-    return action && _menu.actions().contains(action) ? action : nullptr;
+    // Only what the menu holds now: a host may name an item it read before,
+    // and ids leave with their actions.
+    return _actions.value(id);
 }
 
 QVariantMap DBusMenuExporter::propertiesOf(QAction *action, const QStringList &names) const {
@@ -276,9 +276,8 @@ bool DBusMenuExporter::aboutToShow(int id) {
     if (id != 0) {
         return false;
     }
-    const uint before = _revision;
     emit aboutToShowRequested();
-    return _layoutChanged || !_changedItems.isEmpty() || _revision != before;
+    return _layoutChanged || !_changedItems.isEmpty();
 }
 
 bool DBusMenuExporter::eventFilter(QObject *watched, QEvent *event) {
@@ -331,34 +330,6 @@ void DBusMenuExporter::announce() {
     if (!updated.isEmpty()) {
         emit itemsPropertiesUpdated(updated, {});
     }
-}
-
-QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuItem &item) {
-    argument.beginStructure();
-    argument << item.id << item.properties;
-    argument.endStructure();
-    return argument;
-}
-
-const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuItem &item) {
-    argument.beginStructure();
-    argument >> item.id >> item.properties;
-    argument.endStructure();
-    return argument;
-}
-
-QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuItemKeys &keys) {
-    argument.beginStructure();
-    argument << keys.id << keys.properties;
-    argument.endStructure();
-    return argument;
-}
-
-const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuItemKeys &keys) {
-    argument.beginStructure();
-    argument >> keys.id >> keys.properties;
-    argument.endStructure();
-    return argument;
 }
 
 QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuLayoutItem &item) {

@@ -13,15 +13,15 @@ class QAction;
 class QDBusConnection;
 class QMenu;
 
-// One item of an exported menu, as the menu interface sends it.
-struct DBusMenuItem {
+// An item's id with its properties (their values, or their names), as the
+// menu interface pairs them.
+template <typename Properties>
+struct DBusMenuPair {
     int id = 0;
-    QVariantMap properties;
+    Properties properties;
 };
-struct DBusMenuItemKeys {
-    int id = 0;
-    QStringList properties;
-};
+using DBusMenuItem = DBusMenuPair<QVariantMap>;
+using DBusMenuItemKeys = DBusMenuPair<QStringList>;
 struct DBusMenuLayoutItem {
     int id = 0;
     QVariantMap properties;
@@ -99,10 +99,20 @@ private:
     bool _announcing = false;  // an announcement is queued
 };
 
-QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuItem &item);
-const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuItem &item);
-QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuItemKeys &keys);
-const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuItemKeys &keys);
+template <typename Properties>
+QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuPair<Properties> &pair) {
+    argument.beginStructure();
+    argument << pair.id << pair.properties;
+    argument.endStructure();
+    return argument;
+}
+template <typename Properties>
+const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuPair<Properties> &pair) {
+    argument.beginStructure();
+    argument >> pair.id >> pair.properties;
+    argument.endStructure();
+    return argument;
+}
 QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuLayoutItem &item);
 const QDBusArgument &operator>>(const QDBusArgument &argument, DBusMenuLayoutItem &item);
 QDBusArgument &operator<<(QDBusArgument &argument, const DBusMenuEvent &event);
