@@ -205,20 +205,6 @@ TEST_F(StatusReporting, ServerKilledFromOutsideIsToldOnceWithItsSignalUnlessSwit
     EXPECT_EQ(watch.iconState(), IconState::Stopped);
 }
 
-// A stop from outside that lets the server remove its lock file (the command line, another
-// tool) is a clean stop: nothing to tell.
-TEST_F(StatusReporting, CleanStopFromOutsideIsNotTold) {
-    start("CORVANTA_STANDIN_LOCK_DELAY_MS", "0");
-    ASSERT_TRUE(reaches(ServerStatusRunning));
-    const qint32 pid = record->pid();
-    ASSERT_EQ(::kill(pid, SIGTERM), 0);
-    ASSERT_TRUE(reaches(ServerStatusStopped));
-    EXPECT_FALSE(QFile::exists(dir + u"/corvanta.lck"_s));
-    EXPECT_FALSE(record->leftLockFile());
-    EXPECT_EQ(desktop.shown, QStringList());
-    EXPECT_EQ(watch.iconState(), IconState::Stopped);
-}
-
 // Also over a stale lock file, whose dead pid the record then follows instead of the launched
 // server's.
 TEST_F(StatusReporting, FailedStartIsToldWithExitStatusAndLogTail) {

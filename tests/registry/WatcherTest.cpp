@@ -3,15 +3,6 @@
 
 #include "Support.h"
 
-namespace {
-
-// Runs the event loop (never a refresh of its own) until `done` or 20 s.
-bool eventsUntil(const std::function<bool()> &done) {
-    return QTest::qWaitFor(done, 20000);
-}
-
-}  // namespace
-
 class Watcher : public InstanceTest {
 protected:
     void SetUp() override {
@@ -21,6 +12,10 @@ protected:
         watcher.watch({record});
         QObject::connect(&watcher, &InstanceWatcher::refreshed,
                          [this](const CorvantaInstancePtr &r) { seen.append(r->serverStatus()); });
+    }
+    // Runs the event loop, never a refresh of its own, until `r` reads `status`.
+    static bool reaches(const CorvantaInstancePtr &r, qint32 status) {
+        return QTest::qWaitFor([&] { return r->serverStatus() == status; }, 20000);
     }
     // Status changes seen through events, repeats folded.
     QList<qint32> changes() const {
@@ -44,16 +39,17 @@ TEST_F(Watcher, ForeignServerIsFollowedThroughAReplacedDirectoryUntilItGoes) {
     makeInstance(dir);  // a new directory in its place
     ProcessGuard foreign{forkSleeper()};
     writeFile(lock, QByteArray::number(foreign.pid) + "\n");
-    ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusRunning; }));
+    ASSERT_TRUE(reaches(record, ServerStatusRunning));
     EXPECT_EQ(record->pid(), foreign.pid);
     foreign.end();  // reaped: we are its parent here, as its owner would be
     QFile::remove(lock);
-    ASSERT_TRUE(eventsUntil([&] { return record->serverStatus() == ServerStatusStopped; }));
+    ASSERT_TRUE(reaches(record, ServerStatusStopped));
     EXPECT_EQ(changes(), QList<qint32>({ServerStatusRunning, ServerStatusStopped}));
     EXPECT_FALSE(record->lastExitStatus().has_value());  // not ours to know
     removePath(dir);
     removePath(moved);
-    ASSERT_TRUE(eventsUntil([&] { return record->entryStatus() == EntryStatusInvalid; }));
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return record->entryStatus() == EntryStatusInvalid; }, 20000));
     EXPECT_EQ(watcher.directoryWatchCount(), 0);
 }
 
@@ -71,7 +67,7 @@ TEST_F(Watcher, ARepointedLinkIsWatchedWhereItLeadsNow) {
     watcher.watch({linked});
     ProcessGuard foreign{forkSleeper()};
     writeFile(at("b/db/corvanta.lck"), QByteArray::number(foreign.pid) + "\n");
-    EXPECT_TRUE(eventsUntil([&] { return linked->serverStatus() == ServerStatusRunning; }));
+    EXPECT_TRUE(reaches(linked, ServerStatusRunning));
 }
 
 TEST_F(Watcher, WatchesAreBoundedAndReleased) {
