@@ -3,11 +3,13 @@
 
 Usage: sni_client.py item
        sni_client.py prop SERVICE NAME
+       sni_client.py layout SERVICE
        sni_client.py wait-label SERVICE REGEX SECONDS
        sni_client.py click SERVICE REGEX
 
-`item` prints the one registered item's service; the menu is read and clicked
-through libdbusmenu-glib, as hosts do, at the path the item names. Exits 1 on
+`item` prints the one registered item's service; `layout` is one raw GetLayout
+call, a line per item; otherwise the menu is read and clicked through
+libdbusmenu-glib, as hosts do, at the path the item names. Exits 1 on
 failure or timeout.
 """
 import re
@@ -22,11 +24,27 @@ from gi.repository import Dbusmenu, Gio, GLib  # noqa: E402
 WATCHER = "org.kde.StatusNotifierWatcher"
 
 
-def get(service, path, iface, name):
+def call(service, path, iface, method, args):
     bus = Gio.bus_get_sync(Gio.BusType.SESSION, None)
-    return bus.call_sync(service, path, "org.freedesktop.DBus.Properties", "Get",
-                         GLib.Variant("(ss)", (iface, name)), None, Gio.DBusCallFlags.NONE,
-                         5000, None).unpack()[0]
+    return bus.call_sync(service, path, iface, method, args, None, Gio.DBusCallFlags.NONE, 5000,
+                         None).unpack()
+
+
+def get(service, path, iface, name):
+    return call(service, path, "org.freedesktop.DBus.Properties", "Get",
+                GLib.Variant("(ss)", (iface, name)))[0]
+
+
+def layout(service):
+    """The items' labels, "[disabled]" and a checkmark's "[on]"/"[off]"; "---" for separators."""
+    _, (_, _, children) = call(service, prop(service, "Menu"), "com.canonical.dbusmenu",
+                               "GetLayout", GLib.Variant("(iias)", (0, -1, [])))
+    for _, item, _ in children:
+        line = "---" if item.get("type") == "separator" else item.get("label", "?")
+        line += "" if item.get("enabled", True) or line == "---" else " [disabled]"
+        if item.get("toggle-type") == "checkmark":
+            line += " [on]" if item.get("toggle-state") == 1 else " [off]"
+        print(line)
 
 
 def prop(service, name):
@@ -88,6 +106,8 @@ def main(command, *args):
     elif command == "prop":
         value = prop(*args)
         print(str(value).lower() if isinstance(value, bool) else value)
+    elif command == "layout":
+        layout(*args)
     elif command == "wait-label":
         if find_item(args[0], args[1], float(args[2]))[2] is None:
             sys.exit(f"sni_client: no label like {args[1]!r} within {args[2]} s")

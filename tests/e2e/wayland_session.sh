@@ -112,8 +112,7 @@ while sock.recv(4096):
 EOF
 }
 
-# The bus, sway, a virtual pointer and the bar; returns once the bar's watcher is on the
-# bus, sway answers and the bar is drawn.
+# The bus, sway and a virtual pointer; returns once sway answers.
 wl_start() {
     xs_require sway swaymsg waybar grim dbus-daemon dbus-send setpriv python3 od
     wl_host=$work/host wl_runtime=$work/runtime
@@ -143,7 +142,11 @@ wl_start() {
     "${wl_as_host[@]}" python3 "$work/vpointer.py" "$wl_display" >"$work/vpointer.log" 2>&1 &
     wl_pids+=($!)
     xs_wait 5 wl_seat_has_pointer || { echo "no virtual pointer" >&2; return 1; }
+}
 
+# The bar, whose tray is the StatusNotifierItem host; returns once its watcher is on the
+# bus and the bar is drawn.
+wl_start_bar() {
     "${wl_as_host[@]}" WAYLAND_DISPLAY="$wl_display" DBUS_SESSION_BUS_ADDRESS="$wl_bus" \
         waybar -l debug -c "$work/waybar.json" -s "$work/waybar.css" >"$work/waybar.log" 2>&1 &
     wl_pids+=($!)
