@@ -10,9 +10,8 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-struct Options {
+// The options, described for --help.
+struct CommandLineOptions {
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             CommandLine::tr("Show this help and exit.")};
     QCommandLineOption version{QStringLiteral("version"),
@@ -25,8 +24,19 @@ struct Options {
         CommandLine::tr(
             "Remember <dir> as the Corvanta installation in the settings file and exit."),
         QStringLiteral("dir")};
-    QCommandLineOption json{QStringLiteral("json"),
-                            CommandLine::tr("list, status, start, stop: print one JSON document.")};
+    QCommandLineOption json{
+        QStringLiteral("json"),
+        CommandLine::tr(
+            "list, status, start, stop: print one JSON document; watch: one per line.")};
+    QCommandLineOption output{
+        QStringLiteral("output"),
+        CommandLine::tr(
+            "metrics: write to <file>, replaced atomically, instead of standard output."),
+        QStringLiteral("file")};
+    QCommandLineOption metrics{
+        QStringLiteral("metrics"),
+        CommandLine::tr("watch: keep <file> current in the Prometheus text format."),
+        QStringLiteral("file")};
     // Takes its value only as --wait=SECONDS, which parse() rewrites first:
     // QCommandLineParser has no optional values.
     QCommandLineOption wait{
@@ -39,13 +49,16 @@ struct Options {
         parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsLongOptions);
         parser.setApplicationDescription(
             CommandLine::tr("Watches the local Corvanta database servers from the system tray."));
-        parser.addOptions({help, version, home, setHome, json, wait});
+        parser.addOptions({help, version, home, setHome, json, wait, output, metrics});
         parser.addPositionalArgument(
             QStringLiteral("command"),
-            CommandLine::tr("list, status, start or stop; without one the tray starts."),
+            CommandLine::tr("list, status, start, stop, watch or metrics; without one the tray "
+                            "starts."),
             QStringLiteral("[command [instance]]"));
     }
 };
+
+namespace {
 
 // The value of the last --wait=SECONDS (or -wait=SECONDS) before "--", each
 // rewritten to a bare --wait for the parser; none when none carried one.
@@ -64,7 +77,7 @@ std::optional<QString> takeWaitValues(QStringList &arguments) {
 
 QString helpText() {
     QCommandLineParser parser;
-    Options().addTo(parser);
+    CommandLineOptions().addTo(parser);
     QString text = parser.helpText();
     text += CommandLine::tr(
                 "\nThe installation is the first existing directory of: --home,\n"
@@ -77,6 +90,11 @@ QString helpText() {
                 "                                      server is not running\n"
                 "  start [instance] [--wait[=seconds]] start its server\n"
                 "  stop [instance] [--wait[=seconds]]  stop its server\n"
+                "  watch [instance] [--json] [--metrics file]\n"
+                "                                      every instance, or one, then each\n"
+                "                                      change until interrupted\n"
+                "  metrics [--output file]             every instance in the Prometheus\n"
+                "                                      text format\n"
                 "An instance is a directory name as listed, a path to the instance\n"
                 "directory, or default (also when none is given).\n"
                 "\nExit status: 0 success, 1 failure, 2 usage error, 3 not running,\n"
@@ -111,7 +129,7 @@ int setHome(const QString &dir) {
 
 CommandLine CommandLine::parse(const QStringList &givenArguments) {
     QCommandLineParser parser;
-    const Options options;
+    const CommandLineOptions options;
     options.addTo(parser);
     CommandLine result;
     QStringList arguments = givenArguments;
@@ -133,37 +151,59 @@ CommandLine CommandLine::parse(const QStringList &givenArguments) {
         result.action = Action::SetHome;
         result.setHome = parser.value(options.setHome);
     } else if (!result.positional.isEmpty()) {
-        result.parseCommand(parser.isSet(options.json), parser.isSet(options.wait), waitValue);
-    } else if (parser.isSet(options.json) || parser.isSet(options.wait)) {
-        result.usageError(QT_TR_NOOP("%1 needs a command"),
-                          parser.isSet(options.json) ? u"--json"_s : u"--wait"_s);
+        result.parseCommand(parser, options, waitValue);
+    } else {
+        for (const QCommandLineOption *option :
+             {&options.json, &options.wait, &options.output, &options.metrics}) {
+            if (parser.isSet(*option)) {
+                result.usageError(QT_TR_NOOP("%1 needs a command"),
+                                  u"--"_s + option->names().first());
+                break;
+            }
+        }
     }
     return result;
 }
 
-void CommandLine::parseCommand(bool json, bool wait, const std::optional<QString> &waitValue) {
+void CommandLine::parseCommand(const QCommandLineParser &parser, const CommandLineOptions &options,
+                               const std::optional<QString> &waitValue) {
+    using Command = CommandRequest::Command;
     const QString &name = positional.first();
-    const std::optional<CommandRequest::Command> command = CommandRequest::commandNamed(name);
+    const std::optional<Command> command = CommandRequest::commandNamed(name);
     if (!command) {
         usageError(QT_TR_NOOP("unknown command '%1'"), name);
         return;
     }
-    const bool takesInstance = *command != CommandRequest::Command::List;
+    const bool takesInstance = *command != Command::List && *command != Command::Metrics;
     if (positional.size() > (takesInstance ? 2 : 1)) {
         usageError(QT_TR_NOOP("too many arguments for %1"), name);
         return;
     }
-    const bool waits =
-        *command == CommandRequest::Command::Start || *command == CommandRequest::Command::Stop;
-    if (wait && !waits) {
-        usageError(QT_TR_NOOP("%1 does not take --wait"), name);
-        return;
+    // The options each command takes beyond --home.
+    const bool waits = *command == Command::Start || *command == Command::Stop;
+    const std::pair<const QCommandLineOption *, bool> accepted[] = {
+        {&options.json, *command != Command::Metrics},
+        {&options.wait, waits},
+        {&options.output, *command == Command::Metrics},
+        {&options.metrics, *command == Command::Watch},
+    };
+    for (const auto &[option, takes] : accepted) {
+        if (!takes && parser.isSet(*option)) {
+            usageError(QT_TR_NOOP("%1 does not take %2"), name, u"--"_s + option->names().first());
+            return;
+        }
     }
     request.command = *command;
     request.instance = positional.value(1);
-    request.json = json;
+    request.json = parser.isSet(options.json);
     request.home = home;
-    if (wait) {
+    if (parser.isSet(options.output)) {
+        request.outputFile = parser.value(options.output);
+    }
+    if (parser.isSet(options.metrics)) {
+        request.metricsFile = parser.value(options.metrics);
+    }
+    if (parser.isSet(options.wait)) {
         bool ok = true;
         const int seconds = waitValue ? waitValue->toInt(&ok) : CommandRequest::DefaultWaitSeconds;
         if (!ok || seconds < 0 || seconds > CommandRequest::MaxWaitSeconds) {
@@ -175,14 +215,21 @@ void CommandLine::parseCommand(bool json, bool wait, const std::optional<QString
     action = Action::RunCommand;
 }
 
-void CommandLine::usageError(const char *format, const QString &argument) {
+void CommandLine::usageError(const char *format, const QString &argument, const QString &second) {
     action = Action::UsageError;
     errorFormat = format;
-    errorArgument = argument;
+    errorArguments = second.isEmpty() ? QStringList{argument} : QStringList{argument, second};
 }
 
 QString CommandLine::errorText() const {
-    return errorFormat ? tr(errorFormat).arg(errorArgument) : error;
+    if (!errorFormat) {
+        return error;
+    }
+    QString text = tr(errorFormat);
+    for (const QString &argument : errorArguments) {
+        text = text.arg(argument);
+    }
+    return text;
 }
 
 int runCommandLine(const CommandLine &commandLine) {

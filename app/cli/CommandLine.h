@@ -9,6 +9,9 @@
 
 #include <optional>
 
+class QCommandLineParser;
+struct CommandLineOptions;
+
 // What the command line asks for. Parsed before any application object
 // exists, so that the choice between the tray and a display-less run is made
 // first; unknown options are usage errors (exit status 2).
@@ -22,20 +25,21 @@ public:
     std::optional<QString> home;  // --home DIR
     QString setHome;              // --set-home DIR
     QStringList positional;
-    CommandRequest request;  // RunCommand: list, status, start or stop
+    CommandRequest request;  // RunCommand
     // UsageError: one line without the program prefix. Parsing comes before
     // any translation is installed, so our own texts are kept untranslated
     // (format with %1 for the argument) and translated when printed.
     QString error;
     const char *errorFormat = nullptr;
-    QString errorArgument;
+    QStringList errorArguments;
 
     static CommandLine parse(const QStringList &arguments);
     QString errorText() const;
 
 private:
-    void parseCommand(bool json, bool wait, const std::optional<QString> &waitValue);
-    void usageError(const char *format, const QString &argument);
+    void parseCommand(const QCommandLineParser &parser, const CommandLineOptions &options,
+                      const std::optional<QString> &waitValue);
+    void usageError(const char *format, const QString &argument, const QString &second = {});
 };
 
 // Runs whatever is not the tray: help, version, --set-home, the commands and

@@ -3,6 +3,7 @@
 #include "InstanceLookup.h"
 #include "InstanceReport.h"
 #include "Output.h"
+#include "Watch.h"
 #include "registry/CorvantaManager.h"
 #include "registry/Installation.h"
 #include "registry/Paths.h"
@@ -201,6 +202,12 @@ std::optional<CommandRequest::Command> CommandRequest::commandNamed(const QStrin
     if (name == u"stop") {
         return Command::Stop;
     }
+    if (name == u"watch") {
+        return Command::Watch;
+    }
+    if (name == u"metrics") {
+        return Command::Metrics;
+    }
     return std::nullopt;
 }
 
@@ -215,6 +222,12 @@ int runCommand(const CommandRequest &request, const QString &packageRoot) {
         exportInstallationEnvironment(InstallationSources::standard(request.home, packageRoot));
     if (!home) {
         return ExitFailure;
+    }
+    if (request.command == Command::Watch) {
+        return runWatch(request, *home);
+    }
+    if (request.command == Command::Metrics) {
+        return runMetrics(request, *home);
     }
     CorvantaManager manager;
     manager.addSearchPath(*home);
@@ -236,6 +249,8 @@ int runCommand(const CommandRequest &request, const QString &packageRoot) {
             return command.stop();
         case Command::Status:
         case Command::List:
+        case Command::Watch:
+        case Command::Metrics:
             break;
     }
     return command.status();

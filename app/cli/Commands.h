@@ -10,13 +10,15 @@ struct CommandRequest {
     Q_DECLARE_TR_FUNCTIONS(CommandRequest)
 
 public:
-    enum class Command { List, Status, Start, Stop };
+    enum class Command { List, Status, Start, Stop, Watch, Metrics };
 
     Command command = Command::List;
     QString instance;  // empty: the default instance
     bool json = false;
-    std::optional<int> waitSeconds;  // start and stop only
-    std::optional<QString> home;     // --home DIR
+    std::optional<int> waitSeconds;      // start and stop only
+    std::optional<QString> home;         // --home DIR
+    std::optional<QString> outputFile;   // metrics --output FILE
+    std::optional<QString> metricsFile;  // watch --metrics FILE
 
     static constexpr int DefaultWaitSeconds = 30;
     static constexpr int MaxWaitSeconds = 24 * 60 * 60;

@@ -4,9 +4,10 @@
 
 class QSocketNotifier;
 
-// Ends the event loop on SIGTERM, SIGINT and SIGHUP as the quit item does, so
-// that a session ending or a Ctrl+C in a terminal still releases everything in
-// order and the process exits with status 0. One object at a time.
+// Ends the event loop on SIGTERM, SIGINT and SIGHUP as the tray's quit item
+// does, so that a session ending, a service stopped or a Ctrl+C in a terminal
+// still releases everything in order and the process exits with status 0.
+// One object at a time.
 class TerminationSignals : public QObject {
     Q_OBJECT
 

@@ -1,0 +1,196 @@
+#include "Metrics.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+// /proc/stat holds a line per processor and one per interrupt before btime.
+constexpr qsizetype kProcStatLimit = 256 * 1024;
+
+QByteArray escapeLabel(const QString &value) {
+    QByteArray out;
+    for (const char c : value.toUtf8()) {
+        switch (c) {
+            case '\\':
+                out += "\\\\";
+                break;
+            case '"':
+                out += "\\\"";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out;
+}
+
+QByteArray labels(const InstanceReport &report) {
+    return "instance=\"" + escapeLabel(report.instance) + "\",directory=\"" +
+           escapeLabel(report.directory) + "\",default=\"" + (report.isDefault ? "true" : "false") +
+           '"';
+}
+
+void family(QByteArray &out, const char *name, const char *help) {
+    out += QByteArray("# HELP ") + name + ' ' + help + "\n# TYPE " + name + " gauge\n";
+}
+
+void sample(QByteArray &out, const char *name, const QByteArray &labels, const QByteArray &value) {
+    out += QByteArray(name) + '{' + labels + "} " + value + '\n';
+}
+
+std::optional<qulonglong> bootTime() {
+    QByteArray stat;
+    QString error;
+    if (!Paths::readAsciiPrefix(QStringLiteral("/proc/stat"), &stat, &error, kProcStatLimit)) {
+        return std::nullopt;
+    }
+    const qsizetype at = stat.indexOf("\nbtime ");
+    if (at < 0) {
+        return std::nullopt;
+    }
+    const qsizetype from = at + 7;
+    bool ok = false;
+    const qulonglong value = stat.mid(from, stat.indexOf('\n', from) - from).toULongLong(&ok);
+    return ok ? std::optional(value) : std::nullopt;
+}
+
+QString systemError(int error = errno) {
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
+}  // namespace
+
+std::optional<double> processStartTime(qint32 pid) {
+    QByteArray stat;
+    QString error;
+    if (pid <= 0 ||
+        !Paths::readAsciiPrefix(QStringLiteral("/proc/%1/stat").arg(pid), &stat, &error, 1024)) {
+        return std::nullopt;
+    }
+    // The name in parentheses may hold spaces; the fields after it start at
+    // the third, and the start time in clock ticks after boot is the 22nd.
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    bool ok = false;
+    const qulonglong ticks = fields.size() > 19 ? fields.at(19).toULongLong(&ok) : 0;
+    const long hertz = ::sysconf(_SC_CLK_TCK);
+    const std::optional<qulonglong> boot = bootTime();
+    if (!ok || hertz <= 0 || !boot) {
+        return std::nullopt;
+    }
+    return double(*boot) + double(ticks) / double(hertz);
+}
+
+QByteArray prometheusText(const QList<InstanceReport> &reports, const StartTimeReader &startTime) {
+    QByteArray out;
+    family(out, "corvanta_instances", "Number of Corvanta instances in the installation.");
+    out += "corvanta_instances " + QByteArray::number(reports.size()) + '\n';
+    family(out, "corvanta_instance_up", "Whether the server of the instance is running.");
+    for (const InstanceReport &r : reports) {
+        sample(out, "corvanta_instance_up", labels(r), r.status == ServerStatusRunning ? "1" : "0");
+    }
+    family(out, "corvanta_instance_state",
+           "State of the server of the instance: 1 for the current one.");
+    for (const InstanceReport &r : reports) {
+        const QByteArray common = labels(r);
+        for (qint32 s = ServerStatusUnknown; s <= ServerStatusStopping; ++s) {
+            sample(out, "corvanta_instance_state",
+                   common + ",state=\"" + InstanceReport::stateKeyword(s).toLatin1() + '"',
+                   s == r.status ? "1" : "0");
+        }
+    }
+    family(out, "corvanta_instance_server_pid",
+           "Process id of the server of the instance, while it lives.");
+    QList<std::optional<double>> starts;
+    for (const InstanceReport &r : reports) {
+        starts.append(r.pid != 0 ? startTime(r.pid) : std::nullopt);
+        if (r.pid != 0) {
+            sample(out, "corvanta_instance_server_pid", labels(r), QByteArray::number(r.pid));
+        }
+    }
+    family(out, "corvanta_instance_server_start_time_seconds",
+           "Start time of the server of the instance, in seconds since the Unix epoch.");
+    for (qsizetype i = 0; i < reports.size(); ++i) {
+        if (starts.at(i)) {
+            sample(out, "corvanta_instance_server_start_time_seconds", labels(reports.at(i)),
+                   QByteArray::number(*starts.at(i), 'f', 2));
+        }
+    }
+    return out;
+}
+
+bool MetricsFile::mayReplace(QString *error) const {
+    const std::optional<Paths::ItemInfo> item = Paths::attributesOfItem(_path);
+    if (!item) {
+        return true;  // nothing there; the write says why it cannot make one
+    }
+    if (!item->isRegular()) {
+        *error = tr("%1 is not a regular file; not replacing it").arg(_path);
+        return false;
+    }
+    QByteArray head;
+    QString readError;
+    const qsizetype marker = qsizetype(sizeof kMetricsMarker) - 1;
+    if (item->size > 0 &&
+        (!Paths::readAsciiPrefix(_path, &head, &readError, marker) || head != kMetricsMarker)) {
+        *error = tr("%1 was not written by corvanta-monitor; not replacing it").arg(_path);
+        return false;
+    }
+    return true;
+}
+
+bool MetricsFile::write(const QByteArray &text, QString *error) {
+    if (!mayReplace(error)) {
+        return false;
+    }
+    const QByteArray path = _path.toUtf8();
+    // Not ending in the collector's suffix, so it is never read half-written.
+    QByteArray temporary = path + ".XXXXXX";
+    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0) {
+        *error = tr("cannot write %1: %2").arg(_path, systemError());
+        return false;
+    }
+    // mkostemp's file is private; a collector runs as another user, so the
+    // mode is what a plain creation would give.
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    int failure = ::fchmod(fd, 0666 & ~mask) == 0 ? 0 : errno;
+    for (qsizetype at = 0; failure == 0 && at < text.size();) {
+        const ssize_t n = ::write(fd, text.constData() + at, size_t(text.size() - at));
+        if (n > 0) {
+            at += n;
+        } else if (n == 0 || errno != EINTR) {
+            failure = n == 0 ? EIO : errno;
+        }
+    }
+    // No fsync: the file is made again from live state at every change and
+    // every start, so a crash loses nothing that matters.
+    if (::close(fd) != 0 && failure == 0) {
+        failure = errno;
+    }
+    if (failure == 0 && ::rename(temporary.constData(), path.constData()) != 0) {
+        failure = errno;
+    }
+    if (failure != 0) {
+        *error = tr("cannot write %1: %2").arg(_path, systemError(failure));
+        ::unlink(temporary.constData());  // ours: mkostemp made it
+        return false;
+    }
+    _written = Paths::identityOf(_path);
+    return true;
+}
+
+void MetricsFile::removeWritten() {
+    if (_written && Paths::identityOf(_path) == _written) {
+        ::unlink(_path.toUtf8().constData());
+    }
+    _written.reset();
+}
