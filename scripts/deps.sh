@@ -23,6 +23,7 @@ test=(
     strace stress openbox dbus-daemon dbus-bin python3-gi
     sway waybar grim wtype qt6-wayland gir1.2-dbusmenu-glib-0.4
     dpkg-dev lintian desktop-file-utils appstream groff-base
+    prometheus prometheus-node-exporter
 )
 
 case ${1:-test} in

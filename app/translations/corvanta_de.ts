@@ -4,102 +4,103 @@
 <context>
     <name>Application</name>
     <message>
-        <location filename="../tray/Application.cpp" line="379"/>
+        <location filename="../tray/Application.cpp" line="484"/>
+        <location filename="../tray/Application.cpp" line="501"/>
         <source>Nordelix Corvanta</source>
         <translation>Nordelix Corvanta</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="306"/>
+        <location filename="../tray/Application.cpp" line="380"/>
         <source>Start %1</source>
         <translation>%1 starten</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="306"/>
+        <location filename="../tray/Application.cpp" line="380"/>
         <source>%1: Starting</source>
         <translation>%1: Wird gestartet</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="306"/>
+        <location filename="../tray/Application.cpp" line="380"/>
         <source>Stop %1</source>
         <translation>%1 beenden</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="306"/>
+        <location filename="../tray/Application.cpp" line="380"/>
         <source>%1: Stopping</source>
         <translation>%1: Wird beendet</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="307"/>
+        <location filename="../tray/Application.cpp" line="381"/>
         <source>%1: Unknown</source>
         <translation>%1: Unbekannt</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="202"/>
+        <location filename="../tray/Application.cpp" line="265"/>
         <source>No Corvanta Instances</source>
         <translation>Keine Corvanta-Instanzen</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="220"/>
+        <location filename="../tray/Application.cpp" line="292"/>
         <source>Open Diagnostic Messages</source>
         <translation>Diagnosemeldungen öffnen</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="226"/>
+        <location filename="../tray/Application.cpp" line="294"/>
         <source>Open Corvanta Kelvarine</source>
         <translation>Corvanta Kelvarine öffnen</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="232"/>
+        <location filename="../tray/Application.cpp" line="297"/>
         <source>View Online Documentation</source>
         <translation>Online-Dokumentation anzeigen</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="237"/>
+        <location filename="../tray/Application.cpp" line="313"/>
         <source>Start Corvanta Monitor at Login</source>
         <translation>Corvanta Monitor bei der Anmeldung starten</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="242"/>
+        <location filename="../tray/Application.cpp" line="319"/>
         <source>Quit Corvanta Monitor</source>
         <translation>Corvanta Monitor beenden</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="116"/>
+        <location filename="../tray/Application.cpp" line="120"/>
         <source>Do you want to start the %1?</source>
         <translation>Möchten Sie die %1 starten?</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="116"/>
+        <location filename="../tray/Application.cpp" line="120"/>
         <source>Do you want to stop the %1?</source>
         <translation>Möchten Sie die %1 beenden?</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="119"/>
+        <location filename="../tray/Application.cpp" line="123"/>
         <source>This will start up a Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird eine Corvanta-Instanz im Verzeichnis
 %1 gestartet.</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="120"/>
+        <location filename="../tray/Application.cpp" line="124"/>
         <source>This will stop the Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird die Corvanta-Instanz im Verzeichnis
 %1 beendet.</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="122"/>
+        <location filename="../tray/Application.cpp" line="126"/>
         <source>Start</source>
         <translation>Starten</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="122"/>
+        <location filename="../tray/Application.cpp" line="126"/>
         <source>Stop</source>
         <translation>Beenden</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="123"/>
-        <location filename="../tray/Application.cpp" line="258"/>
+        <location filename="../tray/Application.cpp" line="127"/>
+        <location filename="../tray/Application.cpp" line="336"/>
         <source>Cancel</source>
         <translation>Abbrechen</translation>
     </message>
@@ -112,47 +113,57 @@
 <context>
     <name>CommandLine</name>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="17"/>
+        <location filename="../cli/CommandLine.cpp" line="16"/>
         <source>Show this help and exit.</source>
         <translation>Diese Hilfe anzeigen und beenden.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="19"/>
+        <location filename="../cli/CommandLine.cpp" line="18"/>
         <source>Show the version and exit.</source>
         <translation>Die Version anzeigen und beenden.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="21"/>
+        <location filename="../cli/CommandLine.cpp" line="20"/>
         <source>Use the Corvanta installation in &lt;dir&gt;.</source>
         <translation>Die Corvanta-Installation in &lt;dir&gt; verwenden.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="25"/>
+        <location filename="../cli/CommandLine.cpp" line="24"/>
         <source>Remember &lt;dir&gt; as the Corvanta installation in the settings file and exit.</source>
         <translation>&lt;dir&gt; als Corvanta-Installation in der Einstellungsdatei speichern und beenden.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="29"/>
-        <source>list, status, start, stop: print one JSON document.</source>
-        <translation>list, status, start, stop: ein JSON-Dokument ausgeben.</translation>
-    </message>
-    <message>
-        <location filename="../cli/CommandLine.cpp" line="34"/>
+        <location filename="../cli/CommandLine.cpp" line="44"/>
         <source>start, stop: wait until the instance is running or stopped, at most --wait=&lt;seconds&gt; (default %1); then exit status 5.</source>
         <translation>start, stop: warten, bis die Instanz läuft oder gestoppt ist, höchstens --wait=&lt;sekunden&gt; (Vorgabe %1); danach Exit-Status 5.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="41"/>
+        <location filename="../cli/CommandLine.cpp" line="51"/>
         <source>Watches the local Corvanta database servers from the system tray.</source>
         <translation>Überwacht die lokalen Corvanta-Datenbankserver aus dem Systembereich der Kontrollleiste.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="45"/>
-        <source>list, status, start or stop; without one the tray starts.</source>
-        <translation>list, status, start oder stop; ohne Befehl startet das Symbol in der Kontrollleiste.</translation>
+        <location filename="../cli/CommandLine.cpp" line="29"/>
+        <source>list, status, start, stop: print one JSON document; watch: one per line.</source>
+        <translation>list, status, start, stop: ein JSON-Dokument ausgeben; watch: eines je Zeile.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="69"/>
+        <location filename="../cli/CommandLine.cpp" line="33"/>
+        <source>metrics: write to &lt;file&gt;, replaced atomically, instead of standard output.</source>
+        <translation>metrics: in &lt;file&gt; schreiben, atomar ersetzt, statt in die Standardausgabe.</translation>
+    </message>
+    <message>
+        <location filename="../cli/CommandLine.cpp" line="38"/>
+        <source>watch: keep &lt;file&gt; current in the Prometheus text format.</source>
+        <translation>watch: &lt;file&gt; im Prometheus-Textformat aktuell halten.</translation>
+    </message>
+    <message>
+        <location filename="../cli/CommandLine.cpp" line="55"/>
+        <source>list, status, start, stop, watch or metrics; without one the tray starts.</source>
+        <translation>list, status, start, stop, watch oder metrics; ohne Befehl startet das Symbol in der Kontrollleiste.</translation>
+    </message>
+    <message>
+        <location filename="../cli/CommandLine.cpp" line="82"/>
         <source>
 The installation is the first existing directory of: --home,
 CORVANTA_HOME, home= in section [monitor] of
@@ -165,6 +176,11 @@ Commands (they need no display):
                                       server is not running
   start [instance] [--wait[=seconds]] start its server
   stop [instance] [--wait[=seconds]]  stop its server
+  watch [instance] [--json] [--metrics file]
+                                      every instance, or one, then each
+                                      change until interrupted
+  metrics [--output file]             every instance in the Prometheus
+                                      text format
 An instance is a directory name as listed, a path to the instance
 directory, or default (also when none is given).
 
@@ -183,6 +199,10 @@ Befehle (sie brauchen keine Anzeige):
                                       Server nicht läuft
   start [instance] [--wait[=seconds]] ihren Server starten
   stop [instance] [--wait[=seconds]]  ihren Server beenden
+  watch [instance] [--json] [--metrics file]
+                                      jede Instanz oder eine, dann jede
+                                      Änderung bis zur Unterbrechung
+  metrics [--output file]             jede Instanz im Prometheus-Textformat
 Eine Instanz ist ein Verzeichnisname wie aufgelistet, ein Pfad zum
 Instanzverzeichnis oder default (auch, wenn keine angegeben ist).
 
@@ -191,37 +211,37 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 </translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="91"/>
+        <location filename="../cli/CommandLine.cpp" line="109"/>
         <source>Try &apos;%1 --help&apos; for more information.</source>
         <translation>Mehr Informationen mit &apos;%1 --help&apos;.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="98"/>
+        <location filename="../cli/CommandLine.cpp" line="116"/>
         <source>%1: not a directory</source>
         <translation>%1: kein Verzeichnis</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="138"/>
+        <location filename="../cli/CommandLine.cpp" line="159"/>
         <source>%1 needs a command</source>
         <translation>%1 braucht einen Befehl</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="148"/>
+        <location filename="../cli/CommandLine.cpp" line="174"/>
         <source>unknown command &apos;%1&apos;</source>
         <translation>unbekannter Befehl &apos;%1&apos;</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="153"/>
+        <location filename="../cli/CommandLine.cpp" line="179"/>
         <source>too many arguments for %1</source>
         <translation>zu viele Argumente für %1</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="159"/>
-        <source>%1 does not take --wait</source>
-        <translation>%1 kennt --wait nicht</translation>
+        <location filename="../cli/CommandLine.cpp" line="192"/>
+        <source>%1 does not take %2</source>
+        <translation>%1 kennt %2 nicht</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="170"/>
+        <location filename="../cli/CommandLine.cpp" line="210"/>
         <source>--wait takes a number of seconds, not &apos;%1&apos;</source>
         <translation>--wait erwartet eine Zahl von Sekunden, nicht &apos;%1&apos;</translation>
     </message>
@@ -242,67 +262,67 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>InstanceCommand</name>
     <message>
-        <location filename="../cli/Commands.cpp" line="67"/>
+        <location filename="../cli/Commands.cpp" line="68"/>
         <source>%1 is already running (pid %2).</source>
         <translation>%1 läuft bereits (PID %2).</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="71"/>
+        <location filename="../cli/Commands.cpp" line="72"/>
         <source>cannot start %1: %2 is not readable and writable</source>
         <translation>%1 kann nicht gestartet werden: %2 ist nicht les- und schreibbar</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="75"/>
+        <location filename="../cli/Commands.cpp" line="76"/>
         <source>cannot start %1</source>
         <translation>%1 kann nicht gestartet werden</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="78"/>
+        <location filename="../cli/Commands.cpp" line="79"/>
         <source>%1 is starting (pid %2).</source>
         <translation>%1 wird gestartet (PID %2).</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="82"/>
+        <location filename="../cli/Commands.cpp" line="83"/>
         <source>%1 is running (pid %2).</source>
         <translation>%1 läuft (PID %2).</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="89"/>
+        <location filename="../cli/Commands.cpp" line="90"/>
         <source>the server of %1 exited before it was running; see %2</source>
         <translation>der Server von %1 hat sich beendet, bevor er lief; siehe %2</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="91"/>
+        <location filename="../cli/Commands.cpp" line="92"/>
         <source>the server of %1 exited before it was running</source>
         <translation>der Server von %1 hat sich beendet, bevor er lief</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="97"/>
+        <location filename="../cli/Commands.cpp" line="98"/>
         <source>%1 is already stopped.</source>
         <translation>%1 ist bereits gestoppt.</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="100"/>
+        <location filename="../cli/Commands.cpp" line="101"/>
         <source>cannot stop %1: %2 is not readable and writable</source>
         <translation>%1 kann nicht beendet werden: %2 ist nicht les- und schreibbar</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="105"/>
+        <location filename="../cli/Commands.cpp" line="106"/>
         <source>cannot stop %1</source>
         <translation>%1 kann nicht beendet werden</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="108"/>
+        <location filename="../cli/Commands.cpp" line="109"/>
         <source>%1 is stopping (pid %2).</source>
         <translation>%1 wird beendet (PID %2).</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="113"/>
+        <location filename="../cli/Commands.cpp" line="114"/>
         <source>%1 is stopped.</source>
         <translation>%1 ist gestoppt.</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="159"/>
+        <location filename="../cli/Commands.cpp" line="160"/>
         <source>%1 is still %2 after %3 s</source>
         <translation>%1: nach %3 s immer noch %2</translation>
     </message>
@@ -407,7 +427,7 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>JsonOutput</name>
     <message>
-        <location filename="../cli/Commands.cpp" line="34"/>
+        <location filename="../cli/Commands.cpp" line="35"/>
         <source>cannot write the output: %1</source>
         <translation>die Ausgabe kann nicht geschrieben werden: %1</translation>
     </message>
@@ -415,7 +435,7 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>Listing</name>
     <message>
-        <location filename="../cli/Commands.cpp" line="181"/>
+        <location filename="../cli/Commands.cpp" line="182"/>
         <source>No Corvanta instances in %1</source>
         <translation>Keine Corvanta-Instanzen in %1</translation>
     </message>
@@ -429,6 +449,25 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
     </message>
 </context>
 <context>
+    <name>MetricsFile</name>
+    <message>
+        <location filename="../cli/Metrics.cpp" line="135"/>
+        <source>%1 is not a regular file; not replacing it</source>
+        <translation>%1 ist keine reguläre Datei; sie wird nicht ersetzt</translation>
+    </message>
+    <message>
+        <location filename="../cli/Metrics.cpp" line="143"/>
+        <source>%1 was not written by corvanta-monitor; not replacing it</source>
+        <translation>%1 wurde nicht von corvanta-monitor geschrieben; sie wird nicht ersetzt</translation>
+    </message>
+    <message>
+        <location filename="../cli/Metrics.cpp" line="158"/>
+        <location filename="../cli/Metrics.cpp" line="183"/>
+        <source>cannot write %1: %2</source>
+        <translation>%1 kann nicht geschrieben werden: %2</translation>
+    </message>
+</context>
+<context>
     <name>StatusReporter</name>
     <message>
         <location filename="../tray/StatusReporter.cpp" line="50"/>
@@ -436,58 +475,58 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
         <translation>Der Server wurde mit Status %1 beendet.</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="53"/>
+        <location filename="../tray/StatusReporter.cpp" line="54"/>
         <source>The server was killed by signal %1.</source>
         <translation>Der Server wurde durch Signal %1 beendet.</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="55"/>
+        <location filename="../tray/StatusReporter.cpp" line="56"/>
         <source>The server ended; its exit status is not known to Corvanta Monitor.</source>
         <translation>Der Server wurde beendet; sein Exit-Status ist Corvanta Monitor nicht bekannt.</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="181"/>
+        <location filename="../tray/StatusReporter.cpp" line="184"/>
         <source>%1 stopped</source>
         <translation>%1 wurde beendet</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="183"/>
+        <location filename="../tray/StatusReporter.cpp" line="186"/>
         <source>%1 failed to start</source>
         <translation>%1 konnte nicht gestartet werden</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="186"/>
+        <location filename="../tray/StatusReporter.cpp" line="189"/>
         <source>Last lines of its log:</source>
         <translation>Letzte Zeilen des Protokolls:</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="191"/>
+        <location filename="../tray/StatusReporter.cpp" line="194"/>
         <source>Open Log</source>
         <translation>Protokoll öffnen</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="222"/>
+        <location filename="../tray/StatusReporter.cpp" line="225"/>
         <source>%1 has not stopped</source>
         <translation>%1 wurde nicht beendet</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="223"/>
+        <location filename="../tray/StatusReporter.cpp" line="226"/>
         <source>The server is still running %1 seconds after it was asked to stop.</source>
         <translation>Der Server läuft %1 Sekunden nach der Aufforderung zum Beenden noch immer.</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="225"/>
-        <location filename="../tray/StatusReporter.cpp" line="239"/>
+        <location filename="../tray/StatusReporter.cpp" line="228"/>
+        <location filename="../tray/StatusReporter.cpp" line="242"/>
         <source>Force Stop</source>
         <translation>Beenden erzwingen</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="234"/>
+        <location filename="../tray/StatusReporter.cpp" line="237"/>
         <source>Do you want to force the %1 to stop?</source>
         <translation>Möchten Sie das Beenden der %1 erzwingen?</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="235"/>
+        <location filename="../tray/StatusReporter.cpp" line="238"/>
         <source>This sends signal 9 to process %1 in directory
 %2. The server cannot finish its work first.</source>
         <translation>Dadurch wird Signal 9 an Prozess %1 im Verzeichnis
@@ -497,9 +536,43 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>TrayHostWaiter</name>
     <message>
-        <location filename="../tray/TrayHostWaiter.cpp" line="24"/>
+        <location filename="../tray/TrayHostWaiter.cpp" line="25"/>
         <source>No system tray found; the &quot;C&quot; icon appears once one runs. On GNOME Shell install a tray extension (gnome-shell-extension-appindicator), elsewhere a tray host such as trayer or stalonetray.</source>
         <translation>Keine Systemleiste gefunden; das „C“-Symbol erscheint, sobald eine läuft. Unter GNOME Shell eine Erweiterung für die Systemleiste installieren (gnome-shell-extension-appindicator), sonst eine Systemleiste wie trayer oder stalonetray.</translation>
+    </message>
+</context>
+<context>
+    <name>Watch</name>
+    <message>
+        <location filename="../cli/Watch.cpp" line="159"/>
+        <location filename="../cli/Watch.cpp" line="272"/>
+        <source>cannot write the output: %1</source>
+        <translation>die Ausgabe kann nicht geschrieben werden: %1</translation>
+    </message>
+    <message>
+        <location filename="../cli/Watch.cpp" line="195"/>
+        <source>%1 %2 %3</source>
+        <translation>%1 %2 %3</translation>
+    </message>
+    <message>
+        <location filename="../cli/Watch.cpp" line="198"/>
+        <source>%1 %2 %3 -&gt; %4</source>
+        <translation>%1 %2 %3 -&gt; %4</translation>
+    </message>
+    <message>
+        <location filename="../cli/Watch.cpp" line="203"/>
+        <source>%1 %2 appeared: %3</source>
+        <translation>%1 %2 erschienen: %3</translation>
+    </message>
+    <message>
+        <location filename="../cli/Watch.cpp" line="207"/>
+        <source>%1 %2 disappeared</source>
+        <translation>%1 %2 verschwunden</translation>
+    </message>
+    <message>
+        <location filename="../cli/Watch.cpp" line="211"/>
+        <source> (pid %1)</source>
+        <translation> (PID %1)</translation>
     </message>
 </context>
 </TS>

@@ -1,5 +1,7 @@
 // The commands through the real binary, with the stand-in server in a
 // temporary installation and no display in the environment.
+#include "app/cli/Metrics.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -147,6 +149,10 @@ TEST_F(Commands, AnswerWithTheirExitStatus) {
         {"frobnicate", 2, "^$", "^corvanta-monitor: unknown command 'frobnicate'\n"},
         {"stop a b", 2, "^$", "too many arguments for stop\n"},
         {"status --wait", 2, "^$", "status does not take --wait\n"},
+        {"metrics --json", 2, "^$", "metrics does not take --json\n"},
+        {"watch --output @/x", 2, "^$", "watch does not take --output\n"},
+        {"--metrics @/x", 2, "^$", "--metrics needs a command\n"},
+        {"watch nosuch", 4, "^$", "^corvanta-monitor: no such instance: nosuch\n$"},
         {"start --wait=", 2, "^$", "--wait takes a number of seconds, not ''\n"},
         {"--json", 2, "^$", "--json needs a command\n"},
         {"--help", 0, "(?s)--home <dir>.*--set-home <dir>.*Exit status", "^$"},
@@ -268,4 +274,66 @@ TEST_F(Commands, StartAndStopWaitUntilTheStateIsReachedOrTimeOut) {
 
 int main(int argc, char *argv[]) {
     return runTests<QCoreApplication>(argc, argv);
+}
+
+// A file of someone else's is left as it was; an empty one, or one this program wrote, is
+// replaced, and no temporary file stays beside it.
+TEST_F(Commands, MetricsFileIsReplacedOnlyWhenThisProgramWroteIt) {
+    const QString file = at(u"out/corvanta.prom"_s);
+    writeFile(file, "up 1\n");
+    check({{"metrics --output @/out/corvanta.prom", 1, "^$",
+            "^corvanta-monitor: @/out/corvanta.prom was not written by corvanta-monitor; "
+            "not replacing it\n$"}});
+    EXPECT_EQ(readFile(file), "up 1\n");
+    writeFile(file, "");
+    check(
+        {{"metrics --output @/out/corvanta.prom", 0, "^$", "^$"},
+         {"metrics --output @/out/corvanta.prom", 0, "^$", "^$"},
+         {"metrics --output @/out", 1, "^$", "@/out is not a regular file; not replacing it\n$"}});
+    EXPECT_EQ(readFile(file), run(u"metrics"_s).out.toUtf8());
+    EXPECT_EQ(QDir(at(u"out"_s)).entryList(QDir::Files), QStringList{u"corvanta.prom"_s});
+}
+
+TEST(Metrics, TextIsTheExpositionFormatWithLabelValuesEscaped) {
+    InstanceReport odd;
+    odd.instance = u"we\"ird\\"_s;
+    odd.directory = u"/i/we\"ird\\\nx"_s;
+    odd.status = ServerStatusRunning;
+    odd.pid = 42;
+    InstanceReport plain;
+    plain.instance = u"db"_s;
+    plain.directory = u"/i/db"_s;
+    plain.isDefault = true;
+    plain.status = ServerStatusStopped;
+    const auto startedAt = [](qint32 pid) { return pid == 42 ? std::optional(1.5) : std::nullopt; };
+    const QByteArray o = R"(instance="we\"ird\\",directory="/i/we\"ird\\\nx",default="false")";
+    const QByteArray p = R"(instance="db",directory="/i/db",default="true")";
+    QByteArray expected =
+        "# HELP corvanta_instances Number of Corvanta instances in the "
+        "installation.\n# TYPE corvanta_instances gauge\ncorvanta_instances 2\n"
+        "# HELP corvanta_instance_up Whether the server of the instance is "
+        "running.\n# TYPE corvanta_instance_up gauge\n";
+    expected += "corvanta_instance_up{" + o + "} 1\ncorvanta_instance_up{" + p + "} 0\n";
+    expected +=
+        "# HELP corvanta_instance_state State of the server of the instance: 1 for the "
+        "current one.\n# TYPE corvanta_instance_state gauge\n";
+    for (const QByteArray &labels : {o, p}) {
+        for (const char *state : {"unknown", "stopped", "starting", "running", "stopping"}) {
+            const bool current = QByteArray(state) == (labels == o ? "running" : "stopped");
+            expected += "corvanta_instance_state{" + labels + ",state=\"" + state + "\"} " +
+                        (current ? "1" : "0") + "\n";
+        }
+    }
+    expected +=
+        "# HELP corvanta_instance_server_pid Process id of the server of the instance, "
+        "while it lives.\n# TYPE corvanta_instance_server_pid gauge\n"
+        "corvanta_instance_server_pid{" +
+        o +
+        "} 42\n"
+        "# HELP corvanta_instance_server_start_time_seconds Start time of the server of "
+        "the instance, in seconds since the Unix epoch.\n"
+        "# TYPE corvanta_instance_server_start_time_seconds gauge\n"
+        "corvanta_instance_server_start_time_seconds{" +
+        o + "} 1.50\n";
+    EXPECT_EQ(prometheusText({odd, plain}, startedAt).toStdString(), expected.toStdString());
 }
