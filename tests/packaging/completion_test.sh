@@ -32,7 +32,7 @@ expect() {
 }
 
 home=(--home "$work/home")
-expect "list start status stop" ""
+expect "list metrics start status stop watch" ""
 expect "start status stop" "${home[@]}" st
 expect "analytics database default quote\\\"d with\\ space" "${home[@]}" start ""
 expect "with\\ space" "${home[@]}" start w
@@ -41,6 +41,11 @@ expect "database default" "${home[@]}" status d
 expect "--help --home --json --version --wait" "${home[@]}" start --
 expect "--help --home --json --version" list --
 expect "--help --home --set-home --version" --
+expect "--help --home --json --metrics --version" watch --
+expect "--help --home --output --version" metrics --
+# A file name after --metrics, and the instance after it.
+expect "$work/home" watch --metrics "$work/ho"
+expect "analytics" "${home[@]}" watch --metrics "$work/m.prom" an
 # With the installation from the environment instead of --home.
 CORVANTA_HOME=$work/home expect "analytics" start an
 # An installation that does not exist offers only "default".
