@@ -1,5 +1,6 @@
 #include "InstallationWatcher.h"
 
+#include "InotifyEvents.h"
 #include "Paths.h"
 #include "SystemLog.h"
 
@@ -18,8 +19,6 @@ const QByteArray kConfigName = QByteArrayLiteral("corvanta.ini");
 
 constexpr uint32_t kEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF |
                              IN_MOVE_SELF | IN_ONLYDIR;
-// One activation reads at most this many buffers; the notifier fires again.
-constexpr int kReadsPerActivation = 64;
 
 QString errorText() {
     return QString::fromLocal8Bit(std::strerror(errno));
@@ -100,21 +99,12 @@ void InstallationWatcher::add(const QString &dir, bool searchPath, QHash<QString
 
 void InstallationWatcher::read() {
     bool relevant = false;
-    alignas(struct inotify_event) char buffer[8192];
-    for (int round = 0; round < kReadsPerActivation; ++round) {
-        const ssize_t n = ::read(_inotify, buffer, sizeof buffer);
-        if (n <= 0) {
-            break;
-        }
-        for (ssize_t at = 0; at + ssize_t(sizeof(inotify_event)) <= n;) {
-            const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
-            at += ssize_t(sizeof(inotify_event)) + event->len;
-            const QByteArray name(event->name, qsizetype(::strnlen(event->name, event->len)));
-            relevant =
-                relevant || (event->mask & (IN_Q_OVERFLOW | IN_DELETE_SELF | IN_MOVE_SELF)) ||
-                name == kConfigName || ((event->mask & IN_ISDIR) && _isSearchPath.value(event->wd));
-        }
-    }
+    readInotifyEvents(_inotify, [&](const inotify_event &event) {
+        const QByteArray name(event.name, qsizetype(::strnlen(event.name, event.len)));
+        relevant = relevant || (event.mask & (IN_Q_OVERFLOW | IN_DELETE_SELF | IN_MOVE_SELF)) ||
+                   name == kConfigName ||
+                   ((event.mask & IN_ISDIR) && _isSearchPath.value(event.wd));
+    });
     if (relevant) {
         emit changed();
     }

@@ -1,5 +1,6 @@
 #include "InstanceWatcher.h"
 
+#include "InotifyEvents.h"
 #include "Paths.h"
 #include "SystemLog.h"
 
@@ -25,8 +26,6 @@ constexpr uint32_t kSelfEvents = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN
 // alive belongs to a process that ended but that someone else must reap;
 // after this many tries it is left to the next menu opening.
 constexpr int kUnreapedLimit = 16;
-// One activation reads at most this many buffers; the notifier fires again.
-constexpr int kReadsPerActivation = 64;
 
 int openPidfd(qint32 pid) {
     return int(::syscall(SYS_pidfd_open, pid_t(pid), 0));  // close-on-exec by definition
@@ -318,18 +317,9 @@ void InstanceWatcher::readInotify() {
     }
     QSet<QString> touched;  // instance keys
     bool resync = false;
-    alignas(struct inotify_event) char buffer[8192];
-    for (int round = 0; round < kReadsPerActivation; ++round) {
-        const ssize_t n = ::read(_inotify, buffer, sizeof buffer);
-        if (n <= 0) {
-            break;
-        }
-        for (ssize_t at = 0; at + ssize_t(sizeof(inotify_event)) <= n;) {
-            const auto *event = reinterpret_cast<const inotify_event *>(buffer + at);
-            at += ssize_t(sizeof(inotify_event)) + event->len;
-            resync = takeEvent(*event, dirsOf, &touched) || resync;
-        }
-    }
+    readInotifyEvents(_inotify, [&](const inotify_event &event) {
+        resync = takeEvent(event, dirsOf, &touched) || resync;
+    });
     for (const QString &key : std::as_const(touched)) {
         if (const std::shared_ptr<Entry> entry = _entries.value(key)) {
             refreshEntry(*entry);
