@@ -14,6 +14,14 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT
+# Polls a condition for at most 30 s.
+await() {
+    local end=$((SECONDS + 30))
+    until "$@"; do
+        ((SECONDS < end)) || { echo "gave up waiting for: $*" >&2; exit 1; }
+        sleep 0.1
+    done
+}
 wakeups() {
     cat /proc/"$1"/task/*/status 2>/dev/null |
         awk '/^(non)?voluntary_ctxt_switches/ { n += $2 } END { print n + 0 }'
@@ -26,7 +34,7 @@ mkdir -p "$work/home"
 export HOME=$work/home CORVANTA_HOME=$home CORVANTA_STANDIN_PORT=0
 (cd "$home/database" && exec "$home/bin/corvanta" -f) &
 pids+=($!)
-until [[ -s $home/database/corvanta.lck ]]; do sleep 0.1; done
+await test -s "$home/database/corvanta.lck"
 
 "$monitor" watch --metrics "$work/corvanta.prom" >"$work/events" &
 watch=$!
@@ -34,8 +42,9 @@ pids+=("$watch")
 sleep 100000 &
 sleeper=$!
 pids+=("$sleeper")
-until [[ -s $work/corvanta.prom ]]; do sleep 0.1; done
-sleep 1 # past start-up
+# Both lines out means the first look is done and the event loop runs.
+lines() { (($(wc -l <"$work/events") >= 2)); }
+await lines
 
 a0=$(wakeups "$watch") b0=$(wakeups "$sleeper")
 sleep "$seconds"

@@ -272,10 +272,6 @@ TEST_F(Commands, StartAndStopWaitUntilTheStateIsReachedOrTimeOut) {
 
 }  // namespace
 
-int main(int argc, char *argv[]) {
-    return runTests<QCoreApplication>(argc, argv);
-}
-
 // A file of someone else's is left as it was; an empty one, or one this program wrote, is
 // replaced, and no temporary file stays beside it.
 TEST_F(Commands, MetricsFileIsReplacedOnlyWhenThisProgramWroteIt) {
@@ -336,4 +332,8 @@ TEST(Metrics, TextIsTheExpositionFormatWithLabelValuesEscaped) {
         "corvanta_instance_server_start_time_seconds{" +
         o + "} 1.50\n";
     EXPECT_EQ(prometheusText({odd, plain}, startedAt).toStdString(), expected.toStdString());
+}
+
+int main(int argc, char *argv[]) {
+    return runTests<QCoreApplication>(argc, argv);
 }
