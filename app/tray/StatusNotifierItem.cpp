@@ -99,9 +99,6 @@ StatusNotifierItem::~StatusNotifierItem() {
     if (_registered) {
         _bus.unregisterObject(kItemPath);
         _bus.unregisterObject(kMenuPath);
-        if (_serviceName != _bus.baseService()) {
-            _bus.unregisterService(_serviceName);
-        }
     }
 }
 
@@ -121,18 +118,21 @@ bool StatusNotifierItem::registerItem() {
         _bus.unregisterObject(kMenuPath);
         return false;
     }
-    // The customary name; the connection's own one serves as well.
-    _serviceName =
-        QStringLiteral("org.kde.StatusNotifierItem-%1-1").arg(QCoreApplication::applicationPid());
-    if (!_bus.registerService(_serviceName)) {
-        _serviceName = _bus.baseService();
-    }
+    // The connection's own name rather than the customary well-known one: a
+    // widespread host re-reads an item when its well-known name appears and,
+    // racing its own first read, drops the icon.
+    _serviceName = _bus.baseService();
     _registered = true;
-    // A panel that restarts brings a new watcher, which knows nothing of us.
+    // A panel that restarts, or replaces another without a gap, brings a new
+    // watcher, which knows nothing of us.
     _watcherWatch = new QDBusServiceWatcher(WatcherService, _bus,
-                                            QDBusServiceWatcher::WatchForRegistration, this);
-    connect(_watcherWatch, &QDBusServiceWatcher::serviceRegistered, this,
-            &StatusNotifierItem::registerWithWatcher);
+                                            QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(_watcherWatch, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString &, const QString &, const QString &owner) {
+                if (!owner.isEmpty()) {
+                    registerWithWatcher();
+                }
+            });
     registerWithWatcher();
     return true;
 }
