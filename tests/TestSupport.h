@@ -7,6 +7,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -83,6 +85,27 @@ inline QByteArray inChild(const std::function<QByteArray()> &body) {
     EXPECT_TRUE(::waitpid(pid, &status, 0) == pid && status == 0) << status;
     return out;
 }
+
+// A session bus of the test's own. `address` stays empty when no daemon could
+// be had (the caller skips); the daemon ends with the object.
+struct PrivateBus {
+    PrivateBus() {
+        if (QStandardPaths::findExecutable(u"dbus-daemon"_s).isEmpty()) {
+            return;
+        }
+        daemon.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address=1"_s});
+        if (daemon.waitForStarted() &&
+            QTest::qWaitFor([&] { return daemon.canReadLine(); }, 10000)) {
+            address = QString::fromUtf8(daemon.readLine().trimmed());
+        }
+    }
+    ~PrivateBus() {
+        daemon.kill();
+        daemon.waitForFinished();
+    }
+    QProcess daemon;
+    QString address;
+};
 
 // GUI suites run offscreen unless told otherwise, also while ctest lists them.
 template <class App>

@@ -3,6 +3,7 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QGuiApplication>
 #include <QVariantMap>
 
 namespace {
@@ -52,10 +53,16 @@ void DBusNotifier::notify(const QString &title, const QString &body,
             actionList << action.key << action.label;
         }
     }
+    // Ties the notification to the program's entry: its name and icon in the
+    // banner, and the desktop's per-program settings.
+    QVariantMap hints;
+    if (const QString entry = QGuiApplication::desktopFileName(); !entry.isEmpty()) {
+        hints.insert(QStringLiteral("desktop-entry"), entry);
+    }
     QDBusMessage call =
         QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("Notify"));
     call << QStringLiteral("Corvanta Monitor") << uint(0) << QStringLiteral("corvanta-monitor")
-         << title << (markup ? body.toHtmlEscaped() : body) << actionList << QVariantMap() << -1;
+         << title << (markup ? body.toHtmlEscaped() : body) << actionList << hints << -1;
     auto *watcher = new QDBusPendingCallWatcher(_bus.asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [this, title, body, actions, withActions,

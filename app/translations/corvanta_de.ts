@@ -468,6 +468,25 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
     </message>
 </context>
 <context>
+    <name>StatusIcon</name>
+    <message>
+        <source>Corvanta Monitor: the default instance is running</source>
+        <translation>Corvanta Monitor: Die Standardinstanz läuft</translation>
+    </message>
+    <message>
+        <source>Corvanta Monitor: the default instance is stopped</source>
+        <translation>Corvanta Monitor: Die Standardinstanz ist angehalten</translation>
+    </message>
+    <message>
+        <source>Corvanta Monitor: the default instance is starting or stopping</source>
+        <translation>Corvanta Monitor: Die Standardinstanz startet oder hält an</translation>
+    </message>
+    <message>
+        <source>Corvanta Monitor: the default instance&apos;s state is unknown</source>
+        <translation>Corvanta Monitor: Der Zustand der Standardinstanz ist unbekannt</translation>
+    </message>
+</context>
+<context>
     <name>StatusReporter</name>
     <message>
         <location filename="../tray/StatusReporter.cpp" line="50"/>

@@ -7,6 +7,7 @@
 #include "StatusReporter.h"
 #include "TrayHostWaiter.h"
 #include "TrayNotifier.h"
+#include "WindowActivation.h"
 #include "app/cli/Commands.h"
 #include "registry/Paths.h"
 
@@ -497,7 +498,8 @@ bool Application::showNotifierItem() {
     auto item = std::make_unique<StatusNotifierItem>(*_menu);
     connect(&item->menuExporter(), &DBusMenuExporter::aboutToShowRequested, this,
             &Application::hostMenuWillOpen);
-    connect(item.get(), &StatusNotifierItem::activated, this, &Application::hostActivated);
+    item->setActivationHandler(
+        [this](QPoint at) { return hostActivated(at, QGuiApplication::platformName()); });
     item->setToolTip(tr("Nordelix Corvanta"));
     _notifierItem = std::move(item);
     setStatusIcon(iconState());
@@ -518,7 +520,8 @@ void Application::setStatusIcon(IconState state) {
         // would otherwise draw a missing-icon sign instead of the pixmap.
         static const QString directory = statusIconDirectory();
         _notifierItem->setIcon(makeStatusIcon(state),
-                               directory.isEmpty() ? QString() : statusIconName(state), directory);
+                               directory.isEmpty() ? QString() : statusIconName(state, true),
+                               directory, statusIconDescription(state));
     }
     if (_statusItem) {
         _statusItem->setIcon(makeStatusIcon(state));
@@ -554,8 +557,7 @@ bool Application::raiseModalDialog() {
         return false;
     }
     if (QWidget *dialog = QApplication::activeModalWidget()) {
-        dialog->raise();
-        dialog->activateWindow();
+        WindowActivation::activate(*dialog);
     }
     return true;
 }
@@ -572,16 +574,18 @@ void Application::statusItemActivated(QSystemTrayIcon::ActivationReason reason) 
     }
 }
 
-void Application::hostActivated(QPoint at) {
+bool Application::hostActivated(QPoint at, QStringView platform) {
     if (raiseModalDialog()) {
-        return;
+        return true;
     }
     // Only an X11 desktop lets a program place its menu itself; a Wayland
     // compositor would show it as a window of its own, away from the icon.
-    // There the host's own menu, on the other button, is the one.
-    if (QGuiApplication::platformName() == u"xcb") {
-        showMenuAtIcon(at.isNull() ? QRect() : QRect(at, QSize(1, 1)));
+    // There the host is left to show its own menu of the item.
+    if (platform != u"xcb") {
+        return false;
     }
+    showMenuAtIcon(at.isNull() ? QRect() : QRect(at, QSize(1, 1)));
+    return true;
 }
 
 void Application::showMenuAtIcon(const QRect &icon) {

@@ -146,8 +146,9 @@ private:
     // A confirmation is up: whatever else the user chose brings it to the front.
     bool raiseModalDialog();
     void statusItemActivated(QSystemTrayIcon::ActivationReason reason);
-    // A host that took the item for a button rather than a menu was clicked.
-    void hostActivated(QPoint at);
+    // A host that took the item for a button rather than a menu was clicked
+    // on `platform`; false leaves the menu to the host.
+    bool hostActivated(QPoint at, QStringView platform);
     // `icon`: where the icon is, empty when unknown.
     void showMenuAtIcon(const QRect &icon);
     QStringList loginArguments() const;

@@ -19,6 +19,7 @@ const QString kType = QStringLiteral("type");
 const QString kToggleType = QStringLiteral("toggle-type");
 const QString kToggleState = QStringLiteral("toggle-state");
 const QString kChildrenDisplay = QStringLiteral("children-display");
+const QString kShortcut = QStringLiteral("shortcut");
 
 QVariantMap only(QVariantMap properties, const QStringList &names) {
     if (names.isEmpty()) {
@@ -33,7 +34,7 @@ QVariantMap only(QVariantMap properties, const QStringList &names) {
 }  // namespace
 
 // The interface as the bus sees it; the work is the exporter's.
-class DBusMenuAdaptor : public QDBusAbstractAdaptor, protected QDBusContext {
+class DBusMenuAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.canonical.dbusmenu")
     Q_PROPERTY(uint Version READ version)
@@ -61,7 +62,7 @@ public slots:
                    DBusMenuLayoutItem &layout) {
         layout = _exporter.layout(parentId, recursionDepth, propertyNames);
         if (layout.id != parentId) {
-            noSuchItem(parentId);
+            _exporter.noSuchItem(parentId);
         }
         return _exporter.revision();
     }
@@ -71,14 +72,14 @@ public slots:
     QDBusVariant GetProperty(int id, const QString &name) {
         const QVariant value = _exporter.property(id, name);
         if (!value.isValid()) {
-            noSuchItem(id);
+            _exporter.noSuchItem(id);
             return QDBusVariant(QString());
         }
         return QDBusVariant(value);
     }
     void Event(int id, const QString &eventId, const QDBusVariant &, uint) {
         if (!_exporter.event(id, eventId)) {
-            noSuchItem(id);
+            _exporter.noSuchItem(id);
         }
     }
     QList<int> EventGroup(const DBusMenuEventList &events) {
@@ -90,15 +91,23 @@ public slots:
         }
         return errors;
     }
-    bool AboutToShow(int id) { return _exporter.aboutToShow(id); }
+    bool AboutToShow(int id) {
+        if (!_exporter.knows(id)) {
+            _exporter.noSuchItem(id);
+            return false;
+        }
+        return _exporter.aboutToShow(id);
+    }
     QList<int> AboutToShowGroup(const QList<int> &ids, QList<int> &idErrors) {
         QList<int> updates;
+        idErrors.clear();
         for (const int id : ids) {
-            if (_exporter.aboutToShow(id)) {
+            if (!_exporter.knows(id)) {
+                idErrors.append(id);
+            } else if (_exporter.aboutToShow(id)) {
                 updates.append(id);
             }
         }
-        idErrors.clear();
         return updates;
     }
 
@@ -109,12 +118,6 @@ signals:
     void ItemActivationRequested(int id, uint timestamp);
 
 private:
-    void noSuchItem(int id) {
-        if (calledFromDBus()) {
-            sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("no menu item %1").arg(id));
-        }
-    }
-
     DBusMenuExporter &_exporter;
 };
 
@@ -137,6 +140,7 @@ void DBusMenuExporter::registerTypes() {
         qDBusRegisterMetaType<DBusMenuLayoutItem>();
         qDBusRegisterMetaType<DBusMenuEvent>();
         qDBusRegisterMetaType<DBusMenuEventList>();
+        qDBusRegisterMetaType<QList<QStringList>>();
         // The adaptor's signals name the lists by these names.
         qRegisterMetaType<DBusMenuItemList>("DBusMenuItemList");
         qRegisterMetaType<DBusMenuItemKeysList>("DBusMenuItemKeysList");
@@ -171,6 +175,29 @@ QString DBusMenuExporter::labelOf(const QString &text) {
     return label;
 }
 
+QList<QStringList> DBusMenuExporter::shortcutOf(const QKeySequence &sequence) {
+    QList<QStringList> presses;
+    for (int i = 0; i < sequence.count(); ++i) {
+        QStringList keys =
+            QKeySequence(sequence[i]).toString(QKeySequence::PortableText).split(u'+');
+        for (QString &key : keys) {
+            if (key == u"Ctrl") {
+                key = QStringLiteral("Control");
+            } else if (key == u"Meta") {
+                key = QStringLiteral("Super");
+            }
+        }
+        presses.append(keys);
+    }
+    return presses;
+}
+
+void DBusMenuExporter::noSuchItem(int id) {
+    if (calledFromDBus()) {
+        sendErrorReply(QDBusError::InvalidArgs, QStringLiteral("no menu item %1").arg(id));
+    }
+}
+
 int DBusMenuExporter::idOf(QAction *action) {
     auto it = _ids.constFind(action);
     if (it != _ids.constEnd()) {
@@ -202,6 +229,9 @@ QVariantMap DBusMenuExporter::propertiesOf(QAction *action, const QStringList &n
             properties.insert(kToggleType,
                               radio ? QStringLiteral("radio") : QStringLiteral("checkmark"));
             properties.insert(kToggleState, action->isChecked() ? 1 : 0);
+        }
+        if (!action->shortcut().isEmpty()) {
+            properties.insert(kShortcut, QVariant::fromValue(shortcutOf(action->shortcut())));
         }
     }
     properties.insert(kVisible, action->isVisible());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDBusArgument>
+#include <QDBusContext>
 #include <QDBusVariant>
 #include <QHash>
 #include <QList>
@@ -11,6 +12,7 @@
 
 class QAction;
 class QDBusConnection;
+class QKeySequence;
 class QMenu;
 
 // An item's id with its properties (their values, or their names), as the
@@ -46,7 +48,9 @@ Q_DECLARE_METATYPE(DBusMenuEvent)
 // the host reads whatever it holds at any moment, and each change of it is
 // announced once, after the change is complete, rather than once per action
 // touched. Main thread only.
-class DBusMenuExporter : public QObject {
+// The bus's call context is the exporter's, not its adaptor's: Qt hands it
+// to the object an adaptor belongs to.
+class DBusMenuExporter : public QObject, protected QDBusContext {
     Q_OBJECT
 
 public:
@@ -65,9 +69,13 @@ public:
     // The root is about to be shown: the menu brings itself up to date, and
     // the answer says whether the host must read it again.
     bool aboutToShow(int id);
+    // Whether `id` names the root or an item the menu holds now.
+    bool knows(int id) const { return id == 0 || actionOf(id); }
 
     // The dbusmenu label of an action's text: "_" marks the mnemonic.
     static QString labelOf(const QString &text);
+    // The dbusmenu form of a shortcut: per key press, its modifiers and key.
+    static QList<QStringList> shortcutOf(const QKeySequence &sequence);
     static void registerTypes();
 
 signals:
@@ -88,6 +96,9 @@ private:
     void changed(QAction *action, bool layout);
     void announce();
     void activate(int id);
+    // Within a bus call: its answer is an error naming `id`.
+    void noSuchItem(int id);
+    friend class DBusMenuAdaptor;
 
     QMenu &_menu;
     QHash<QAction *, int> _ids;

@@ -1,6 +1,7 @@
 #include "MessageBoxPrompt.h"
 
 #include "StatusIcon.h"
+#include "WindowActivation.h"
 
 #include <QApplication>
 #include <QFontMetricsF>
@@ -55,10 +56,7 @@ int MessageBoxPrompt::runModal(const QString &message, const QString &informativ
     box.setWindowFlag(Qt::WindowStaysOnTopHint);
     // The program has no window of its own to come from, so the box asks to
     // be put in front once it is mapped.
-    QTimer::singleShot(0, &box, [&box] {
-        box.raise();
-        box.activateWindow();
-    });
+    QTimer::singleShot(0, &box, [&box] { WindowActivation::activate(box); });
     box.exec();
     if (box.clickedButton() == first) {
         return AlertFirstButtonReturn;

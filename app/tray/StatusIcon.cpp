@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QPainter>
 #include <QPainterPath>
@@ -83,6 +84,34 @@ void drawBadge(QPainter &painter, const QRectF &area, IconState state, bool mono
     }
 }
 
+// The same shapes in one colour on 16 units: the letter's ring opens wider
+// towards the badge, since no rim separates them.
+QByteArray symbolicStatusIcon(IconState state) {
+    QByteArray badge;
+    switch (state) {
+        case IconState::Running:
+            badge = R"(<circle cx="12" cy="12" r="3.5"/>)";
+            break;
+        case IconState::Stopped:
+            badge =
+                R"(<circle cx="12" cy="12" r="2.75" fill="none" stroke="#bebebe" stroke-width="1.5"/>)";
+            break;
+        case IconState::Transition:
+            badge =
+                R"(<circle cx="12" cy="12" r="2.75" fill="none" stroke="#bebebe" stroke-width="1.5"/>)"
+                R"(<path d="M12 8.5A3.5 3.5 0 0 0 12 15.5Z"/>)";
+            break;
+        case IconState::Unknown:
+            badge =
+                R"(<path d="M10.3 10.3A1.8 1.8 0 1 1 12 12.3V13.4" fill="none" stroke="#bebebe" stroke-width="1.3"/>)"
+                R"(<circle cx="12" cy="15" r="0.8"/>)";
+            break;
+    }
+    return R"(<svg xmlns="http://www.w3.org/2000/svg" width="16" height="16" viewBox="0 0 16 16" fill="#bebebe">)"
+           R"(<path d="M8.83 3.17A4 4 0 1 0 7.37 9.76" fill="none" stroke="#bebebe" stroke-width="2"/>)" +
+           badge + "</svg>\n";
+}
+
 }  // namespace
 
 QPixmap drawStatusIcon(int size, IconState state, qreal devicePixelRatio, bool monochrome) {
@@ -127,26 +156,49 @@ QIcon makeStatusIcon(IconState state) {
     return icon;
 }
 
-QString statusIconName(IconState state) {
+QString statusIconDescription(IconState state) {
     switch (state) {
         case IconState::Running:
-            return QStringLiteral("corvanta-monitor-running");
+            return QCoreApplication::translate("StatusIcon",
+                                               "Corvanta Monitor: the default instance is running");
         case IconState::Stopped:
-            return QStringLiteral("corvanta-monitor-stopped");
+            return QCoreApplication::translate("StatusIcon",
+                                               "Corvanta Monitor: the default instance is stopped");
         case IconState::Transition:
-            return QStringLiteral("corvanta-monitor-transition");
+            return QCoreApplication::translate(
+                "StatusIcon", "Corvanta Monitor: the default instance is starting or stopping");
         case IconState::Unknown:
             break;
     }
-    return QStringLiteral("corvanta-monitor-unknown");
+    return QCoreApplication::translate("StatusIcon",
+                                       "Corvanta Monitor: the default instance's state is unknown");
+}
+
+QString statusIconName(IconState state, bool symbolic) {
+    QString name;
+    switch (state) {
+        case IconState::Running:
+            name = QStringLiteral("corvanta-monitor-running");
+            break;
+        case IconState::Stopped:
+            name = QStringLiteral("corvanta-monitor-stopped");
+            break;
+        case IconState::Transition:
+            name = QStringLiteral("corvanta-monitor-transition");
+            break;
+        case IconState::Unknown:
+            name = QStringLiteral("corvanta-monitor-unknown");
+            break;
+    }
+    return symbolic ? name + QStringLiteral("-symbolic") : name;
 }
 
 QString statusIconDirectory() {
     const QString directory =
         QDir::cleanPath(QCoreApplication::applicationDirPath() +
                         QStringLiteral("/../share/corvanta-monitor/status-icons"));
-    return QFileInfo::exists(directory + u'/' + statusIconName(IconState::Unknown) +
-                             QStringLiteral(".png"))
+    return QFileInfo::exists(directory + u'/' + statusIconName(IconState::Unknown, true) +
+                             QStringLiteral(".svg"))
                ? directory
                : QString();
 }
@@ -157,8 +209,11 @@ bool writeStatusIcons(const QString &directory, int size) {
     }
     for (const IconState state :
          {IconState::Unknown, IconState::Stopped, IconState::Transition, IconState::Running}) {
+        QFile symbolic(directory + u'/' + statusIconName(state, true) + QStringLiteral(".svg"));
         if (!drawStatusIcon(size, state)
-                 .save(directory + u'/' + statusIconName(state) + QStringLiteral(".png"))) {
+                 .save(directory + u'/' + statusIconName(state) + QStringLiteral(".png")) ||
+            !symbolic.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+            symbolic.write(symbolicStatusIcon(state)) < 0 || !symbolic.flush()) {
             return false;
         }
     }

@@ -21,11 +21,18 @@ QPixmap drawStatusIcon(int size, IconState state = IconState::Unknown, qreal dev
                        bool monochrome = false);
 QIcon makeStatusIcon(IconState state = IconState::Unknown);
 
-// The themed name of the icon for `state`, e.g. "corvanta-monitor-running";
-// the build writes those icons (drawn as above) into a directory of their own.
-QString statusIconName(IconState state);
+// The state in words, for screen readers and hosts that show no icon.
+QString statusIconDescription(IconState state);
+
+// The themed name of the icon for `state`, e.g. "corvanta-monitor-running",
+// and of its one-colour variant ("corvanta-monitor-running-symbolic"), which
+// panels that draw symbolic icons recolour to match their theme. The build
+// writes both (the pixmap drawn as above, the variant as SVG) into a
+// directory of their own.
+QString statusIconName(IconState state, bool symbolic = false);
 // That directory beside the program ("../share/corvanta-monitor/status-icons"
 // from its executable), when it holds the icons; empty otherwise.
 QString statusIconDirectory();
-// Writes the icons of every state into `directory`, `size` pixels square.
+// Writes the icons of every state into `directory`, the pixmaps `size`
+// pixels square.
 bool writeStatusIcons(const QString &directory, int size);

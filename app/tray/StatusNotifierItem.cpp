@@ -1,5 +1,7 @@
 #include "StatusNotifierItem.h"
 
+#include "WindowActivation.h"
+
 #include <QCoreApplication>
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnectionInterface>
@@ -44,6 +46,8 @@ class StatusNotifierItemAdaptor : public QDBusAbstractAdaptor {
     Q_PROPERTY(SniIconPixmapList AttentionIconPixmap READ noPixmaps)
     Q_PROPERTY(QString AttentionMovieName READ empty)
     Q_PROPERTY(SniToolTip ToolTip READ toolTip)
+    Q_PROPERTY(QString IconAccessibleDesc READ iconAccessibleDesc)
+    Q_PROPERTY(QString AttentionAccessibleDesc READ iconAccessibleDesc)
 
 public:
     explicit StatusNotifierItemAdaptor(StatusNotifierItem *item)
@@ -66,10 +70,13 @@ public:
     QString empty() const { return {}; }
     SniIconPixmapList noPixmaps() const { return {}; }
     SniToolTip toolTip() const { return {{}, {}, _item.toolTip(), {}}; }
+    QString iconAccessibleDesc() const { return _item.iconDescription(); }
 
 public slots:
-    void Activate(int x, int y) { emit _item.activated(QPoint(x, y)); }
-    void ContextMenu(int x, int y) { emit _item.activated(QPoint(x, y)); }
+    // Sent before a click, for the window the click may bring up.
+    void ProvideXdgActivationToken(const QString &token) { WindowActivation::setToken(token); }
+    void Activate(int x, int y) { _item.activate(QPoint(x, y)); }
+    void ContextMenu(int x, int y) { _item.activate(QPoint(x, y)); }
     void SecondaryActivate(int, int) {}
     void Scroll(int, const QString &) {}
 
@@ -146,11 +153,24 @@ void StatusNotifierItem::registerWithWatcher() {
 }
 
 void StatusNotifierItem::setIcon(const QIcon &icon, const QString &iconName,
-                                 const QString &themePath) {
+                                 const QString &themePath, const QString &description) {
     _iconName = iconName;
     _themePath = themePath;
+    _description = description;
     _pixmaps = pixmapsOf(icon);
     emit iconChanged();
+}
+
+void StatusNotifierItem::activate(QPoint at) {
+    if (_onActivate && _onActivate(at)) {
+        return;
+    }
+    // Hosts that send the click whatever the item says it is fall back to
+    // drawing its menu when the click fails.
+    if (calledFromDBus()) {
+        sendErrorReply(QDBusError::NotSupported,
+                       QStringLiteral("the menu is the host's to show here"));
+    }
 }
 
 void StatusNotifierItem::setToolTip(const QString &toolTip) {

@@ -4,10 +4,12 @@
 
 #include <QDBusArgument>
 #include <QDBusConnection>
+#include <QDBusContext>
 #include <QIcon>
 #include <QObject>
 #include <QPoint>
 
+#include <functional>
 #include <memory>
 
 class QDBusServiceWatcher;
@@ -32,7 +34,7 @@ Q_DECLARE_METATYPE(SniToolTip)
 // The status icon for tray hosts that speak StatusNotifierItem (most panels
 // today, and every tray on Wayland). The host draws the exported menu itself,
 // on either button: the item says it is a menu. Main thread only.
-class StatusNotifierItem : public QObject {
+class StatusNotifierItem : public QObject, protected QDBusContext {
     Q_OBJECT
 
 public:
@@ -52,9 +54,18 @@ public:
     bool registerItem();
 
     // `iconName` is a themed name for hosts that prefer one (empty for none);
-    // `themePath`, where that name is found when not in the user's theme.
-    void setIcon(const QIcon &icon, const QString &iconName = {}, const QString &themePath = {});
+    // `themePath`, where that name is found when not in the user's theme;
+    // `description`, what the icon shows, in words.
+    void setIcon(const QIcon &icon, const QString &iconName = {}, const QString &themePath = {},
+                 const QString &description = {});
     void setToolTip(const QString &toolTip);
+    // What a host that takes the item for a button rather than a menu gets
+    // on a click at `at` (screen coordinates where the host knows them):
+    // the handler says whether it answered the click. When it did not, the
+    // host is told so, and hosts then show the item's menu themselves.
+    void setActivationHandler(std::function<bool(QPoint at)> handler) {
+        _onActivate = std::move(handler);
+    }
     DBusMenuExporter &menuExporter() { return *_menuExporter; }
     QString serviceName() const { return _serviceName; }
 
@@ -62,13 +73,14 @@ public:
     QString iconName() const { return _iconName; }
     QString iconThemePath() const { return _themePath; }
     SniIconPixmapList iconPixmaps() const { return _pixmaps; }
+    QString iconDescription() const { return _description; }
     QString toolTip() const { return _toolTip; }
     static SniIconPixmapList pixmapsOf(const QIcon &icon);
 
+    // For the adaptor: a click, within its bus call.
+    void activate(QPoint at);
+
 signals:
-    // A host that does not take the item for a menu asked for it, at `at`
-    // in screen coordinates where the host knows them.
-    void activated(QPoint at);
     // For the adaptor.
     void iconChanged();
     void toolTipChanged();
@@ -83,7 +95,9 @@ private:
     QString _iconName;
     QString _themePath;
     SniIconPixmapList _pixmaps;
+    QString _description;
     QString _toolTip;
+    std::function<bool(QPoint)> _onActivate;
     bool _registered = false;
 };
 

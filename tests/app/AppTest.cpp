@@ -80,6 +80,7 @@ struct ApplicationProbe : ::testing::Test {
     bool inModalDialog() const { return app._inModalDialog; }
     bool timerRunning() const { return app._menuUpdateTimer.isActive(); }
     void clickIcon() { app.statusItemActivated(QSystemTrayIcon::Trigger); }
+    bool hostClick(QStringView platform) { return app.hostActivated(QPoint(5, 5), platform); }
     QMenu *trayMenu() {
         if (!app._menu) {
             app._menu = app.createMenu();
@@ -291,6 +292,12 @@ TEST_F(StatusMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
     EXPECT_TRUE(tray->screen()->availableGeometry().contains(opened));
     EXPECT_TRUE(timerRunning());
     tray->hide();
+    // A host that sends the click anyway: on Wayland it is told to show its own menu.
+    EXPECT_FALSE(hostClick(u"wayland"));
+    EXPECT_FALSE(tray->isVisible());
+    EXPECT_TRUE(hostClick(u"xcb"));
+    EXPECT_TRUE(tray->isVisible());
+    tray->hide();
     for (int i = 1; i < 60; ++i) {
         EXPECT_TRUE(QDir(home + u"/i%1"_s.arg(i)).removeRecursively());
     }
@@ -310,12 +317,15 @@ TEST_F(StatusMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
         EXPECT_TRUE(QTest::qWaitFor([&] { return QApplication::activeWindow() == &other; }));
         clickIcon();
         EXPECT_TRUE(QTest::qWaitFor([&] { return QApplication::activeWindow() == &dialog; }));
+        other.activateWindow();
+        EXPECT_TRUE(hostClick(u"wayland"));
+        EXPECT_TRUE(QTest::qWaitFor([&] { return QApplication::activeWindow() == &dialog; }));
         EXPECT_FALSE(tray->isVisible());
         EXPECT_EQ(describe(*tray), shown);
     };
     fake.answer = 0;
     tray->actions().first()->trigger();
-    EXPECT_EQ(builds, 2);
+    EXPECT_EQ(builds, 3);
 
     // A host-drawn menu stays usable meanwhile: a second choice brings the
     // confirmation up front instead of adding another.

@@ -89,7 +89,7 @@ xs_wait 10 server_gone || xs_fail "the server did not end"
 xs_wait 10 test -s "$work/notifications" || xs_fail "no notification"
 xs_wait 5 icon_is stopped || xs_fail "the icon did not return to stopped"
 xs_screenshot "$step-after"
-[[ $(cat "$work/notifications") == "Default Instance stopped | The server was killed by signal 9. | open-log" ]] ||
+[[ $(cat "$work/notifications") == "Default Instance stopped | The server was killed by signal 9. | open-log | com.nordelix.CorvantaMonitor" ]] ||
     xs_fail "unexpected notifications: $(cat "$work/notifications")"
 xs_wait 5 reaped || xs_fail "the killed server stays a zombie"
 

@@ -47,7 +47,7 @@ kill_is_told() {
     kill -9 "$(tr -dc 0-9 <"$lock")"
     xs_wait 5 eval '(($(told) > before))' || wl_fail "the kill was not told"
     echo "told $(awk "BEGIN {printf \"%.3f\", $(date +%s.%N) - $killed}") s after the kill"
-    [[ $(tail -n 1 "$work/notifications") == "Default Instance stopped | The server ended; its exit status is not known to Corvanta Monitor. | open-log" ]] ||
+    [[ $(tail -n 1 "$work/notifications") == "Default Instance stopped | The server ended; its exit status is not known to Corvanta Monitor. | open-log | com.nordelix.CorvantaMonitor" ]] ||
         wl_fail "told: $(tail -n 1 "$work/notifications")"
     "$sni" wait-label "$service" '^Start Default Instance$' 5 || wl_fail "the end is not shown"
     rm "$lock"
@@ -75,8 +75,8 @@ wl_start_bar || wl_fail "the bar"
 xs_wait 10 eval 'service=$("$sni" item 2>/dev/null)' || wl_fail "no item registered"
 [[ $("$sni" prop "$service" Title) == "Corvanta Monitor" ]] || wl_fail "the title"
 [[ $("$sni" prop "$service" ItemIsMenu) == true ]] || wl_fail "the item is no menu"
-icon=$("$sni" prop "$service" IconThemePath)/$("$sni" prop "$service" IconName).png
-[[ $icon == */corvanta-monitor-stopped.png && -f $icon ]] || wl_fail "the icon name: $icon"
+icon=$("$sni" prop "$service" IconThemePath)/$("$sni" prop "$service" IconName).svg
+[[ $icon == */corvanta-monitor-stopped-symbolic.svg && -f $icon ]] || wl_fail "the icon name: $icon"
 # Hosts may read and cache the menu as soon as the item is there, without asking first.
 expected="Start Instance 'analytics'
 Start Default Instance

@@ -1,5 +1,6 @@
 // A notification server for tests: owns org.freedesktop.Notifications on the session bus,
-// appends "title | body | action keys" per notification to FILE (line breaks in the body as
+// appends "title | body | action keys | desktop-entry hint" per notification to FILE (line breaks
+// in the body as
 // "\n"), and with --invoke-first-action answers each at once with its first action. Prints
 // "ready" once it owns the name.
 
@@ -22,7 +23,7 @@ public:
 public slots:
     QStringList GetCapabilities() { return {QStringLiteral("actions"), QStringLiteral("body")}; }
     uint Notify(const QString &, uint, const QString &, const QString &summary, QString body,
-                const QStringList &actions, const QVariantMap &, int) {
+                const QStringList &actions, const QVariantMap &hints, int) {
         const uint id = ++_last;
         QStringList keys;
         for (qsizetype i = 0; i + 1 < actions.size(); i += 2) {
@@ -31,7 +32,8 @@ public slots:
         QFile out(_file);
         if (out.open(QIODevice::Append)) {
             body.replace(QLatin1Char('\n'), QStringLiteral("\\n"));
-            out.write(QStringList{summary, body, keys.join(QLatin1Char(','))}
+            out.write(QStringList{summary, body, keys.join(QLatin1Char(',')),
+                                  hints.value(QStringLiteral("desktop-entry")).toString()}
                           .join(QStringLiteral(" | "))
                           .append(QLatin1Char('\n'))
                           .toUtf8());

@@ -1,0 +1,151 @@
+// The status item and its menu as a tray host sees them, on a bus of the test's own.
+#include "app/tray/StatusIcon.h"
+#include "app/tray/StatusNotifierItem.h"
+#include "app/tray/WindowActivation.h"
+
+#include <QApplication>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QMenu>
+#include <QTest>
+#include <QWidget>
+
+#include "../TestSupport.h"
+
+// A host's watcher: it records the services that register with it.
+class Watcher : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
+
+public:
+    explicit Watcher(const QString &address, const QString &name)
+        : bus(QDBusConnection::connectToBus(address, name)) {
+        bus.registerObject(u"/StatusNotifierWatcher"_s, this, QDBusConnection::ExportAllSlots);
+        // Takes the name from whoever has it, as a panel replacing another does.
+        bus.interface()->registerService(StatusNotifierItem::WatcherService,
+                                         QDBusConnectionInterface::ReplaceExistingService,
+                                         QDBusConnectionInterface::AllowReplacement);
+    }
+    QDBusConnection bus;
+    QStringList registered;
+
+public slots:
+    void RegisterStatusNotifierItem(const QString &service) { registered << service; }
+};
+
+struct StatusItem : ::testing::Test {
+    void SetUp() override {
+        if (bus.address.isEmpty())
+            GTEST_SKIP() << "no dbus-daemon";
+        quit->setShortcut(Qt::Key_Q);
+        menu.addAction(u"Start Default Instance"_s)->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_S);
+        QObject::connect(&menu, &QMenu::triggered, [this] { ++triggered; });
+        first = std::make_unique<Watcher>(bus.address, u"first"_s);
+        item = std::make_unique<StatusNotifierItem>(menu, itemBus);
+        ASSERT_TRUE(item->registerItem());
+    }
+    void TearDown() override {
+        item.reset();
+        for (const QString &name : {u"item"_s, u"host"_s, u"first"_s, u"second"_s})
+            QDBusConnection::disconnectFromBus(name);
+    }
+    QDBusMessage call(const QString &path, const QString &interface, const QString &method,
+                      const QVariantList &args) {
+        QDBusMessage message =
+            QDBusMessage::createMethodCall(item->serviceName(), path, interface, method);
+        message.setArguments(args);
+        return host.call(message, QDBus::BlockWithGui);  // the item answers from this thread
+    }
+    QVariant property(const QString &name) {
+        const QDBusMessage reply =
+            call(u"/StatusNotifierItem"_s, u"org.freedesktop.DBus.Properties"_s, u"Get"_s,
+                 {u"org.kde.StatusNotifierItem"_s, name});
+        return reply.arguments().value(0).value<QDBusVariant>().variant();
+    }
+    QDBusMessage menuCall(const QString &method, const QVariantList &args) {
+        return call(u"/MenuBar"_s, u"com.canonical.dbusmenu"_s, method, args);
+    }
+
+    PrivateBus bus;
+    QDBusConnection itemBus = QDBusConnection::connectToBus(bus.address, u"item"_s);
+    QDBusConnection host = QDBusConnection::connectToBus(bus.address, u"host"_s);
+    QMenu menu;
+    QAction *quit = menu.addAction(u"Quit Corvanta Monitor"_s);
+    int triggered = 0;
+    std::unique_ptr<Watcher> first;
+    std::unique_ptr<StatusNotifierItem> item;
+};
+
+// Under its connection's own name: hosts that also follow a well-known name
+// re-read the item when it appears and may lose it.
+TEST_F(StatusItem, RegistersByItsUniqueNameWithEveryNewWatcherEvenWithoutAGap) {
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !first->registered.isEmpty(); }, 10000));
+    EXPECT_EQ(first->registered, QStringList{itemBus.baseService()});
+    EXPECT_EQ(item->serviceName(), itemBus.baseService());
+    const Watcher second(bus.address, u"second"_s);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !second.registered.isEmpty(); }, 10000));
+    EXPECT_EQ(second.registered, QStringList{itemBus.baseService()});
+}
+
+TEST_F(StatusItem, AnswersWhatHostsAskBeforeDrawingAndClicking) {
+    item->setIcon(makeStatusIcon(IconState::Running), statusIconName(IconState::Running, true), {},
+                  statusIconDescription(IconState::Running));
+    EXPECT_EQ(property(u"IconName"_s).toString(), u"corvanta-monitor-running-symbolic"_s);
+    EXPECT_EQ(property(u"IconAccessibleDesc"_s).toString(),
+              u"Corvanta Monitor: the default instance is running"_s);
+    EXPECT_EQ(property(u"AttentionAccessibleDesc"_s), property(u"IconAccessibleDesc"_s));
+
+    const QDBusMessage token = call(u"/StatusNotifierItem"_s, u"org.kde.StatusNotifierItem"_s,
+                                    u"ProvideXdgActivationToken"_s, {u"token-1"_s});
+    EXPECT_EQ(token.type(), QDBusMessage::ReplyMessage) << token.errorMessage().toStdString();
+    EXPECT_EQ(WindowActivation::pendingToken(), u"token-1"_s);
+    bool answered = false;
+    item->setActivationHandler([&](QPoint at) { return answered && at == QPoint(10, 20); });
+    for (const bool handled : {false, true}) {
+        answered = handled;
+        const QDBusMessage click = call(u"/StatusNotifierItem"_s, u"org.kde.StatusNotifierItem"_s,
+                                        u"Activate"_s, {10, 20});
+        EXPECT_EQ(click.type(), handled ? QDBusMessage::ReplyMessage : QDBusMessage::ErrorMessage);
+    }
+    QWidget window;
+    WindowActivation::activate(window);  // used once, and not left to servers started later
+    EXPECT_EQ(WindowActivation::pendingToken(), QString());
+    EXPECT_FALSE(qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN"));
+}
+
+TEST_F(StatusItem, MenuExportsShortcutsAndRefusesUnknownItems) {
+    const QDBusMessage layout = menuCall(u"GetLayout"_s, {0, 1, QStringList{u"shortcut"_s}});
+    ASSERT_EQ(layout.type(), QDBusMessage::ReplyMessage);
+    QList<QList<QStringList>> shortcuts;
+    for (const int id : {1, 2}) {
+        const QDBusMessage reply = menuCall(u"GetProperty"_s, {id, u"shortcut"_s});
+        QList<QStringList> keys;
+        reply.arguments().value(0).value<QDBusVariant>().variant().value<QDBusArgument>() >> keys;
+        shortcuts << keys;
+    }
+    EXPECT_EQ(shortcuts,
+              (QList<QList<QStringList>>{{{u"Q"_s}}, {{u"Control"_s, u"Shift"_s, u"S"_s}}}));
+
+    const struct {
+        QString method;
+        QVariantList args;
+    } unknown[] = {
+        {u"GetLayout"_s, {999999, -1, QStringList()}},
+        {u"GetProperty"_s, {999999, u"label"_s}},
+        {u"Event"_s, {999999, u"clicked"_s, QVariant::fromValue(QDBusVariant(0)), 0u}},
+        {u"AboutToShow"_s, {999999}},
+    };
+    for (const auto &[method, args] : unknown) {
+        EXPECT_EQ(menuCall(method, args).type(), QDBusMessage::ErrorMessage)
+            << method.toStdString();
+    }
+    menuCall(u"Event"_s, {1, u"clicked"_s, QVariant::fromValue(QDBusVariant(0)), 0u});
+    EXPECT_TRUE(QTest::qWaitFor([&] { return triggered == 1; }, 10000));
+}
+
+int main(int argc, char **argv) {
+    return runTests<QApplication>(argc, argv);
+}
+
+#include "StatusItemTest.moc"
