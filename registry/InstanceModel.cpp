@@ -5,12 +5,20 @@ InstanceModel::InstanceModel(QObject *parent) : QObject(parent) {
     connect(&_installation, &InstallationWatcher::changed, this, &InstanceModel::rescan);
 }
 
+void InstanceModel::setSearchPaths(const QStringList &paths) {
+    _manager = CorvantaManager();
+    for (const QString &path : paths) {
+        _manager.addSearchPath(path);
+    }
+}
+
 void InstanceModel::rescan() {
+    // The directories are watched before they are listed: a configuration
+    // file made in a new one meanwhile is either listed or an event.
+    _installation.watch(_manager.searchPaths());
     _instances = _manager.allInstances();
     _default = chooseDefaultInstance(_instances);
     _watcher.watch(_instances);
-    // New sub-directories are followed from now on.
-    _installation.watch(_manager.searchPaths());
     emit rescanned();
 }
 

@@ -18,7 +18,9 @@ class InstanceModel : public QObject {
 public:
     explicit InstanceModel(QObject *parent = nullptr);
 
-    void addSearchPath(const QString &path) { _manager.addSearchPath(path); }
+    // Searches these directories from the next scan on; those that are no
+    // directory are left out.
+    void setSearchPaths(const QStringList &paths);
     const QStringList &searchPaths() const { return _manager.searchPaths(); }
 
     // Scans the search paths again, refreshing every record, and follows

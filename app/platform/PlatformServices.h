@@ -41,16 +41,14 @@ public:
     virtual bool remove(const LoginItem &item) = 0;
 };
 
-// The modal confirmation: returns 1000 when the first button was chosen,
-// any other value for every other way of closing it.
+// The modal confirmation: true when the user chose the confirming button,
+// false for every other way of closing it.
 class ConfirmationPrompt {
 public:
     virtual ~ConfirmationPrompt() = default;
-    virtual int runModal(const QString &message, const QString &informative,
-                         const QString &firstButton, const QString &secondButton) = 0;
+    virtual bool confirm(const QString &message, const QString &informative,
+                         const QString &confirmButton, const QString &cancelButton) = 0;
 };
-
-constexpr int AlertFirstButtonReturn = 1000;
 
 // One action a notification offers: the key it is reported by, and its label.
 struct NotificationAction {

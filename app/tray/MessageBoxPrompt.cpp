@@ -34,8 +34,8 @@ QString MessageBoxPrompt::title() {
     return tr("Corvanta Monitor");
 }
 
-int MessageBoxPrompt::runModal(const QString &message, const QString &informative,
-                               const QString &firstButton, const QString &secondButton) {
+bool MessageBoxPrompt::confirm(const QString &message, const QString &informative,
+                               const QString &confirmButton, const QString &cancelButton) {
     QMessageBox box;
     box.setWindowTitle(title());
     box.setWindowIcon(makeStatusIcon());
@@ -47,10 +47,10 @@ int MessageBoxPrompt::runModal(const QString &message, const QString &informativ
         label->setTextFormat(Qt::PlainText);
         keepFirstLineWhole(*label);
     }
-    QPushButton *first = box.addButton(firstButton, QMessageBox::AcceptRole);
-    QPushButton *second = box.addButton(secondButton, QMessageBox::RejectRole);
-    box.setDefaultButton(first);
-    box.setEscapeButton(second);
+    QPushButton *yes = box.addButton(confirmButton, QMessageBox::AcceptRole);
+    QPushButton *no = box.addButton(cancelButton, QMessageBox::RejectRole);
+    box.setDefaultButton(yes);
+    box.setEscapeButton(no);
     // Last: adding a button or setting the modality resets the window flags.
     box.setWindowModality(Qt::ApplicationModal);
     box.setWindowFlag(Qt::WindowStaysOnTopHint);
@@ -58,8 +58,5 @@ int MessageBoxPrompt::runModal(const QString &message, const QString &informativ
     // be put in front once it is mapped.
     QTimer::singleShot(0, &box, [&box] { WindowActivation::activate(box); });
     box.exec();
-    if (box.clickedButton() == first) {
-        return AlertFirstButtonReturn;
-    }
-    return AlertSecondButtonReturn;
+    return box.clickedButton() == yes;
 }

@@ -5,8 +5,8 @@
 #include <QCoreApplication>
 
 // The confirmation as a modal message box above every other window: message,
-// informative text, the first button (accepting, the default) and the second
-// (rejecting, also what Escape and closing the window choose).
+// informative text, the confirming button (the default) and the cancelling
+// one (also what Escape and closing the window choose).
 class MessageBoxPrompt : public ConfirmationPrompt {
     Q_DECLARE_TR_FUNCTIONS(MessageBoxPrompt)
 
@@ -14,8 +14,6 @@ public:
     // The window title: the program's display name.
     static QString title();
 
-    int runModal(const QString &message, const QString &informative, const QString &firstButton,
-                 const QString &secondButton) override;
+    bool confirm(const QString &message, const QString &informative, const QString &confirmButton,
+                 const QString &cancelButton) override;
 };
-
-constexpr int AlertSecondButtonReturn = 1001;

@@ -1,8 +1,9 @@
-#include "Application.h"
+#include "StartAtLogin.h"
 
-#include <QAction>
 #include <QCoreApplication>
 #include <QFileInfo>
+
+#include <optional>
 
 namespace {
 
@@ -19,7 +20,7 @@ std::optional<LoginItem> firstMatch(const QList<LoginItem> &items, const QUrl &u
 
 }  // namespace
 
-QUrl Application::programUrl() {
+QUrl StartAtLogin::programUrl() {
     const QString exe = QCoreApplication::applicationFilePath();
     const QString canonical = QFileInfo(exe).canonicalFilePath();
     // A replaced executable has no canonical path; its old one still names
@@ -27,13 +28,13 @@ QUrl Application::programUrl() {
     return QUrl::fromLocalFile(canonical.isEmpty() ? exe : canonical);
 }
 
-bool Application::willStartAtLogin(const QUrl &url, LoginItemList &list) {
+bool StartAtLogin::isEnabled(const QUrl &url, LoginItemList &list) {
     const std::optional<QList<LoginItem>> items = list.snapshot();
     return items && firstMatch(*items, url);
 }
 
-void Application::setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &list,
-                                  const QStringList &arguments) {
+void StartAtLogin::setEnabled(const QUrl &url, bool enabled, LoginItemList &list,
+                              const QStringList &arguments) {
     const std::optional<QList<LoginItem>> items = list.snapshot();
     if (!items) {
         return;
@@ -46,20 +47,4 @@ void Application::setStartAtLogin(const QUrl &url, bool enabled, LoginItemList &
     } else if (!enabled && match) {
         list.remove(*match);
     }
-}
-
-QStringList Application::loginArguments() const {
-    // A login start must see the instances this monitor sees, whatever the
-    // session's environment then holds.
-    if (!_installationHome) {
-        return {};
-    }
-    return {QStringLiteral("--home"), *_installationHome};
-}
-
-void Application::toggleStartAtLogin(QAction *sender) {
-    // A checkable action flips its mark before reporting the choice, so the
-    // mark now shows what the user asked for. The menu's next opening shows
-    // what the list really holds.
-    setStartAtLogin(programUrl(), sender->isChecked(), _loginItems, loginArguments());
 }

@@ -82,17 +82,23 @@ QString readLogTail(const QString &path, qsizetype bytes, int lines) {
     return all.mid(std::max<qsizetype>(0, all.size() - lines)).join(u'\n');
 }
 
-StatusReporter::StatusReporter(Notifier &notifier, DesktopOpener &opener, Confirm confirm,
-                               QObject *parent)
-    : QObject(parent), _notifier(notifier), _opener(opener), _confirm(std::move(confirm)) {
-    connect(&_watcher, &InstanceWatcher::refreshed, this, &StatusReporter::observe);
+StatusReporter::StatusReporter(InstanceModel &model, Notifier &notifier, DesktopOpener &opener,
+                               Confirm confirm, QObject *parent)
+    : QObject(parent),
+      _notifier(notifier),
+      _opener(opener),
+      _confirm(std::move(confirm)),
+      _model(model) {
+    connect(&_model, &InstanceModel::refreshed, this, &StatusReporter::observe);
+    connect(&_model, &InstanceModel::rescanned, this, &StatusReporter::rescanned);
+    rescanned();
 }
 
 StatusReporter::~StatusReporter() = default;
 
-void StatusReporter::instancesListed(const QList<CorvantaInstancePtr> &instances,
-                                     const CorvantaInstancePtr &defaultInstance) {
-    // Usually the records of the last opening, which have nothing to prune.
+void StatusReporter::rescanned() {
+    const QList<CorvantaInstancePtr> &instances = _model.instances();
+    // Usually the records of the last scan, which have nothing to prune.
     if (instances != _listed) {
         QHash<QString, std::shared_ptr<Tracked>> kept;
         for (const CorvantaInstancePtr &instance : instances) {
@@ -104,8 +110,6 @@ void StatusReporter::instancesListed(const QList<CorvantaInstancePtr> &instances
         _tracked = std::move(kept);  // the rest, their timers with them, are gone
         _listed = instances;
     }
-    _default = defaultInstance;
-    _watcher.watch(instances);
     for (const CorvantaInstancePtr &instance : instances) {
         observe(instance);
     }
@@ -139,7 +143,7 @@ void StatusReporter::request(const CorvantaInstancePtr &instance, ServerRequest 
                 [this, key] { stopOverdue(key); });
         tracked->stopTimer->start(_stopTimeout);
     }
-    _watcher.refreshNow(instance);  // follows the new process, or sees it gone
+    _model.watcher().refreshNow(instance);  // follows the new process, or sees it gone
     updateIcon();
 }
 
@@ -155,7 +159,7 @@ void StatusReporter::observe(const CorvantaInstancePtr &instance) {
     const qint32 after = instance->serverStatus();
     if (tracked->request == ServerRequest::Start && startUnderWay(tracked->startPid, *instance)) {
         // Its lock file is an event, and so is its end.
-        _watcher.followLaunch(instance, tracked->startPid);
+        _model.watcher().followLaunch(instance, tracked->startPid);
         return;
     }
     const ServerEvent event =
@@ -165,7 +169,7 @@ void StatusReporter::observe(const CorvantaInstancePtr &instance) {
     if (after != ServerStatusStopping) {
         tracked->stopTimer.reset();
     }
-    if (instance == _default) {
+    if (instance == _model.defaultInstance()) {
         updateIcon();
     }
     if (event != ServerEvent::None) {
@@ -212,7 +216,7 @@ void StatusReporter::stopOverdue(const QString &key) {
         return;
     }
     const CorvantaInstancePtr instance = tracked->instance;
-    _watcher.refreshNow(instance);
+    _model.watcher().refreshNow(instance);
     observe(instance);
     if (instance->serverStatus() != ServerStatusStopping || instance->pid() != tracked->stopPid) {
         return;
@@ -255,11 +259,11 @@ void StatusReporter::forceStop(const CorvantaInstancePtr &instance, qint32 pid) 
                       .arg(instance->instanceName())
                       .arg(errno));
     }
-    _watcher.refreshNow(instance);
+    _model.watcher().refreshNow(instance);
 }
 
 void StatusReporter::updateIcon() {
-    const IconState state = iconStateOf(_default.get());
+    const IconState state = iconStateOf(_model.defaultInstance().get());
     if (state != _iconState) {
         _iconState = state;
         emit iconStateChanged(state);

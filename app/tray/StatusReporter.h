@@ -4,7 +4,7 @@
 #include "StatusIcon.h"
 #include "app/platform/PlatformServices.h"
 #include "registry/CorvantaInstance.h"
-#include "registry/InstanceWatcher.h"
+#include "registry/InstanceModel.h"
 
 #include <QHash>
 #include <QObject>
@@ -14,11 +14,10 @@
 #include <functional>
 #include <memory>
 
-// Keeps the status at a glance between menu openings: watches the instances
-// the last scan found (by kernel events, see InstanceWatcher), turns their
-// status changes into the icon's state and into notifications, and offers to
-// force a stop that does not end. Starts at launch; never
-// touches the menu. Main thread only.
+// Keeps the status at a glance between menu openings: follows the model's
+// instances, turns their status changes into the icon's state and into
+// notifications, and offers to force a stop that does not end. Starts at
+// launch; never touches the menu. Main thread only.
 class StatusReporter : public QObject {
     Q_OBJECT
 
@@ -27,22 +26,19 @@ public:
     // confirms); answers whether they did.
     using Confirm = std::function<bool(const QString &, const QString &, const QString &)>;
 
-    StatusReporter(Notifier &notifier, DesktopOpener &opener, Confirm confirm,
+    // Follows `model` from now on.
+    StatusReporter(InstanceModel &model, Notifier &notifier, DesktopOpener &opener, Confirm confirm,
                    QObject *parent = nullptr);
     ~StatusReporter() override;
 
     void setNotificationsEnabled(bool enabled) { _notificationsEnabled = enabled; }
     void setStopTimeout(std::chrono::milliseconds timeout) { _stopTimeout = timeout; }
 
-    // An opening of the menu listed these; `defaultInstance` may be null.
-    void instancesListed(const QList<CorvantaInstancePtr> &instances,
-                         const CorvantaInstancePtr &defaultInstance);
     // The user confirmed and the record accepted.
     void startRequested(const CorvantaInstancePtr &instance);
     void stopRequested(const CorvantaInstancePtr &instance);
 
     IconState iconState() const { return _iconState; }
-    InstanceWatcher &watcher() { return _watcher; }
 
     static constexpr std::chrono::seconds StopTimeout{30};
     static constexpr qsizetype LogTailBytes = 4096;
@@ -65,6 +61,8 @@ private:
         std::unique_ptr<QTimer, DeleteLater> stopTimer;  // armed only while a stop is pending
     };
 
+    // The model scanned again.
+    void rescanned();
     void observe(const CorvantaInstancePtr &instance);
     void request(const CorvantaInstancePtr &instance, ServerRequest request);
     void stopOverdue(const QString &key);
@@ -76,10 +74,9 @@ private:
     Notifier &_notifier;
     DesktopOpener &_opener;
     Confirm _confirm;
-    InstanceWatcher _watcher;
+    InstanceModel &_model;
     QHash<QString, std::shared_ptr<Tracked>> _tracked;  // by instance directory
-    QList<CorvantaInstancePtr> _listed;                 // by the last opening
-    CorvantaInstancePtr _default;
+    QList<CorvantaInstancePtr> _listed;                 // by the last scan
     IconState _iconState = IconState::Unknown;
     bool _notificationsEnabled = true;
     std::chrono::milliseconds _stopTimeout = StopTimeout;

@@ -94,13 +94,12 @@ int runTray(int &argc, char **argv, const std::optional<QString> &home) {
     XdgAutostartList loginItems(XdgAutostartList::defaultDirectory(),
                                 QCoreApplication::applicationFilePath());
     MessageBoxPrompt prompt;
-    auto application = std::make_unique<Application>(opener, loginItems, prompt);
     DBusNotifier notifier;
+    auto application = std::make_unique<Application>(opener, loginItems, prompt, &notifier);
     notifier.setFallback(&application->trayNotifier());
-    application->setNotifier(&notifier);
     application->setInstallationSources(
         InstallationSources::standard(home, Application::defaultPackageRoot()));
-    QTimer::singleShot(0, application.get(), &Application::applicationDidFinishLaunching);
+    QTimer::singleShot(0, application.get(), &Application::start);
     const TerminationSignals termination;
     QApplication::exec();
     application.reset();

@@ -40,8 +40,8 @@ struct NoDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
     std::optional<QList<LoginItem>> snapshot() override { return QList<LoginItem>(); }
     bool insertFirst(const QUrl &, const QStringList &) override { return true; }
     bool remove(const LoginItem &) override { return true; }
-    int runModal(const QString &, const QString &, const QString &, const QString &) override {
-        return 0;
+    bool confirm(const QString &, const QString &, const QString &, const QString &) override {
+        return false;
     }
 };
 
@@ -115,12 +115,6 @@ double median(std::vector<double> values) {
 }
 
 }  // namespace
-
-// A friend of Application: clicks the icon as the tray would.
-struct ApplicationProbe {
-    static QMenu *menu(Application &app) { return app._menu.get(); }
-    static void click(Application &app) { app.statusItemActivated(QSystemTrayIcon::Trigger); }
-};
 
 namespace {
 
@@ -209,11 +203,12 @@ void BM_TrayMenuBesideBareMenu(benchmark::State &state) {
     qputenv("CORVANTA_HOME", home.path().toLocal8Bit());
     NoDesktop desktop;
     Application app(desktop, desktop, desktop);
-    app.applicationDidFinishLaunching();
-    QMenu *tray = ApplicationProbe::menu(app);
+    app.start();
+    QMenu *tray = &app.menu().menu();
     QMenu bare;
     bare.setStyle(bareStyle.get());
-    const auto click = [&] { ApplicationProbe::click(app); };
+    // A click on the icon as an XEmbed tray reports it.
+    const auto click = [&] { app.iconClicked({}, u"xcb"); };
     const auto fillAndShow = [&] {
         bare.clear();
         fillBare(bare);

@@ -3,6 +3,7 @@
 #include "app/tray/DBusMenuExporter.h"
 #include "app/tray/MenuPlacement.h"
 #include "app/tray/MessageBoxPrompt.h"
+#include "app/tray/StartAtLogin.h"
 #include "app/tray/StatusReporter.h"
 #include "registry/SystemLog.h"
 
@@ -39,7 +40,7 @@ struct FakeDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
     bool remove(const LoginItem &item) override {
         return items.removeIf([&](const LoginItem &it) { return it.id == item.id; }) > 0;
     }
-    int runModal(const QString &message, const QString &informative, const QString &first,
+    bool confirm(const QString &message, const QString &informative, const QString &first,
                  const QString &second) override {
         record(QStringList{message, informative, first, second}.join(u" | "));
         whileUp();
@@ -47,7 +48,7 @@ struct FakeDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
     }
     QString calls;
     QList<LoginItem> items;
-    int answer = AlertFirstButtonReturn;
+    bool answer = true;
     std::function<void()> whileUp = [] {};
 };
 
@@ -74,18 +75,17 @@ QString fixedItems(bool log = false, bool console = false) {
 
 }  // namespace
 
-// A friend of Application; the manager searches a temporary directory.
+// A friend of Application and its menu; the model searches a temporary directory.
 struct ApplicationProbe : ::testing::Test {
-    std::unique_ptr<CorvantaManager> &manager() { return app._manager; }
-    bool inModalDialog() const { return app._inModalDialog; }
-    bool timerRunning() const { return app._menuUpdateTimer.isActive(); }
-    void clickIcon() { app.statusItemActivated(QSystemTrayIcon::Trigger); }
-    bool hostClick(QStringView platform) { return app.hostActivated(QPoint(5, 5), platform); }
-    QMenu *trayMenu() {
-        if (!app._menu) {
-            app._menu = app.createMenu();
-        }
-        return app._menu.get();
+    bool confirming() const { return app._confirming; }
+    bool timerRunning() const { return app._menu._refreshTimer.isActive(); }
+    void tick() {
+        QTimerEvent event(app._menu._refreshTimer.timerId());
+        app._menu.timerEvent(&event);
+    }
+    void updateItem(QAction *item, CorvantaInstance *record) { app._menu.updateItem(item, record); }
+    bool clickIcon(QStringView platform = u"xcb") {
+        return app.iconClicked({5, 5, 1, 1}, platform);
     }
 
     void SetUp() override {
@@ -96,10 +96,7 @@ struct ApplicationProbe : ::testing::Test {
         ASSERT_TRUE(standIn.waitForStarted());
     }
 
-    void searchIn(const QString &dir) {
-        manager() = std::make_unique<CorvantaManager>();
-        manager()->addSearchPath(dir);
-    }
+    void searchIn(const QString &dir) { app.model().setSearchPaths({dir}); }
 
     // `name` is a directory name, with "+log" and "+run" as wanted; a running
     // instance's lock file names a live process that is no server.
@@ -132,12 +129,12 @@ struct ApplicationProbe : ::testing::Test {
     QProcess standIn;  // killed and reaped on the way out
     QTemporaryDir tmp;
     QString home = QDir(tmp.path()).canonicalPath();
-    std::unique_ptr<QMenu> menu = app.createMenu();
+    QMenu *menu = &app.menu().menu();
 };
-using StatusMenu = ApplicationProbe;
+using TrayMenu = ApplicationProbe;
 
 // Which instance is the default shows in the log and console items.
-TEST_F(StatusMenu, ListsInstancesAndChoosesTheDefault) {
+TEST_F(TrayMenu, ListsInstancesAndChoosesTheDefault) {
     const struct {
         const char *instances, *searchIn;
         QString expected;
@@ -167,19 +164,19 @@ TEST_F(StatusMenu, ListsInstancesAndChoosesTheDefault) {
     }
 }
 
-TEST_F(StatusMenu, ItemTitleAndActionFollowEveryServerStatus) {
+TEST_F(TrayMenu, ItemTitleAndActionFollowEveryServerStatus) {
     const QString dir = addInstance(u"R&D"_s);
     CorvantaInstance record(dir);
     QAction item;
     item.setData(QVariant::fromValue(InstanceItem{CorvantaInstancePtr::create(dir)}));
     menu->addAction(&item);  // the menu acts for its items
-    fake.answer = 0;
+    fake.answer = false;
     QString seen;
     for (const qint32 status : std::initializer_list<qint32>{
              ServerStatusStopped, ServerStatusStarting, ServerStatusRunning, ServerStatusStopping,
              ServerStatusUnknown, 5, -1}) {
         record.setStatus(status);
-        app.updateMenuItem(&item, &record);
+        updateItem(&item, &record);
         seen += (item.isEnabled() ? u"+ "_s : u"- "_s) + item.text() + u'\n';
         item.setEnabled(true);  // a disabled item must not act even so
         item.trigger();
@@ -193,65 +190,73 @@ TEST_F(StatusMenu, ItemTitleAndActionFollowEveryServerStatus) {
 }
 
 // While the menu is open, ticks rewrite its instance items for a bounded time; while it is
-// closed, only the status watch made at the first opening follows the default instance.
-TEST_F(StatusMenu, TicksRewriteItemsOnlyWhileOpenAndTheWatchFollowsTheDefaultMeanwhile) {
+// closed, the kernel's news keep the menu and the icon current, with no ticks.
+TEST_F(TrayMenu, TicksRewriteItemsOnlyWhileOpenAndEventsKeepTheClosedMenuCurrent) {
     addInstance(u"alpha"_s);
     const QString dir = addInstance(u"database"_s);
-    EXPECT_EQ(app.statusReporter(), nullptr);
     open();
-    ASSERT_NE(app.statusReporter(), nullptr);
-    EXPECT_EQ(app.statusReporter()->iconState(), IconState::Stopped);
-    // The item follows within a tick or two; the list and fixed items stay.
-    addInstance(u"beta+log"_s);
+    EXPECT_EQ(app.statusReporter().iconState(), IconState::Stopped);
     addInstance(u"alpha+run"_s);
     EXPECT_TRUE(QTest::qWaitFor([&] { return item(u"Stop Instance 'alpha'"_s); }, 3000));
-    const QString shown = describe(*menu);
-    EXPECT_EQ(shown, u"+ Stop Instance 'alpha'\n+ Start Default Instance\n"_s + fixedItems());
     menu->hide();
     EXPECT_FALSE(timerRunning());
     writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
     EXPECT_TRUE(QTest::qWaitFor(
-        [&] { return app.statusReporter()->iconState() == IconState::Running; }, 10000));
+        [&] { return app.statusReporter().iconState() == IconState::Running; }, 10000));
     EXPECT_FALSE(timerRunning());
-    EXPECT_EQ(describe(*menu), shown);
+    EXPECT_EQ(describe(*menu),
+              u"+ Stop Instance 'alpha'\n+ Stop Default Instance\n"_s + fixedItems(false, true));
 
     open();
-    app.menuWillOpen(menu.get());  // a second opening without a close
-    for (int tick = 1; tick < Application::MaxTicksPerOpening; ++tick) {
-        app.menuTimerFired(menu.get());
+    app.menu().aboutToShow();  // a second opening without a close
+    for (int n = 1; n < StatusMenu::MaxTicksPerOpening; ++n) {
+        tick();
     }
     EXPECT_TRUE(timerRunning());
-    app.menuTimerFired(menu.get());
+    tick();
     EXPECT_FALSE(timerRunning());
     open();  // counts afresh
-    app.menuTimerFired(menu.get());
+    tick();
     EXPECT_TRUE(timerRunning());
 }
 
-// The last opening's items outlive the rebuild until the menu has closed, or
-// until the next opening when no close is ever reported.
-TEST_F(StatusMenu, EarlierOpeningsItemsAreDeletedOnceTheMenuHasClosed) {
+// A new instance directory reaches the menu, and with it a tray host's copy, with no opening.
+TEST_F(TrayMenu, FollowsInstanceDirectoriesThatComeAndGoWithoutAnOpening) {
+    app.model().rescan();
+    addInstance(u"zeta"_s);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return item(u"Start Instance 'zeta'"_s); }, 5000));
+    ASSERT_TRUE(QDir(home + u"/zeta"_s).removeRecursively());
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return describe(*menu) == u"- No Corvanta Instances\n"_s + fixedItems(); }, 5000));
+}
+
+// A rebuild's earlier items outlive it until the menu has closed, or until the
+// next rebuild when no close is ever reported.
+TEST_F(TrayMenu, EarlierItemsAreDeletedOnceTheMenuHasClosed) {
     addInstance(u"alpha"_s);
     open();
     const QPointer<QAction> first = item(u"Start Instance 'alpha'"_s);
-    open();
+    const auto rebuild = [&](const QString &name) {
+        addInstance(name);
+        app.model().rescan();  // as the directory's event would
+    };
+    rebuild(u"beta"_s);
     ASSERT_TRUE(first);
     EXPECT_FALSE(menu->actions().contains(first.get()));
     menu->hide();
     EXPECT_FALSE(first);
     const QPointer<QAction> second = item(u"Start Instance 'alpha'"_s);
-    app.menuWillOpen(menu.get());
-    app.menuWillOpen(menu.get());
+    rebuild(u"gamma"_s);
+    rebuild(u"delta"_s);
     EXPECT_FALSE(second);
-    EXPECT_EQ(describe(*menu), u"+ Start Instance 'alpha'\n"_s + fixedItems());
 }
 
 // Outside an event loop quitting does nothing, so the choice itself is what is seen.
-TEST_F(StatusMenu, QuitKeyActsOnlyInTheOpenMenu) {
+TEST_F(TrayMenu, QuitKeyActsOnlyInTheOpenMenu) {
     QWidget elsewhere;
     elsewhere.show();
     QStringList chosen;
-    QObject::connect(menu.get(), &QMenu::triggered, [&](QAction *it) { chosen << it->text(); });
+    QObject::connect(menu, &QMenu::triggered, [&](QAction *it) { chosen << it->text(); });
     const std::tuple<bool, QKeyCombination, bool> cases[] = {
         {true, Qt::Key_Q, true},
         {true, Qt::CTRL | Qt::Key_Q, true},
@@ -267,7 +272,7 @@ TEST_F(StatusMenu, QuitKeyActsOnlyInTheOpenMenu) {
             menu->hide();
             elsewhere.activateWindow();
         }
-        QTest::keyClick(menuOpen ? static_cast<QWidget *>(menu.get()) : &elsewhere, keys.key(),
+        QTest::keyClick(menuOpen ? static_cast<QWidget *>(menu) : &elsewhere, keys.key(),
                         keys.keyboardModifiers());
         QCoreApplication::processEvents();  // in case the choice were queued
         EXPECT_EQ(chosen, quits ? QStringList{u"Quit Corvanta Monitor"_s} : QStringList());
@@ -278,11 +283,11 @@ TEST_F(StatusMenu, QuitKeyActsOnlyInTheOpenMenu) {
 
 // A click on the icon opens the menu built once, placed on the screen and kept to the room it
 // got there until it closes; while a confirmation is up it brings the dialog forward instead.
-TEST_F(StatusMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
+TEST_F(TrayMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
     for (int i = 0; i < 60; ++i) {
         addInstance(u"i%1"_s.arg(i));
     }
-    QMenu *tray = trayMenu();
+    QMenu *tray = menu;
     int builds = 0;
     QObject::connect(tray, &QMenu::aboutToShow, [&] { ++builds; });
     clickIcon();
@@ -293,9 +298,9 @@ TEST_F(StatusMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
     EXPECT_TRUE(timerRunning());
     tray->hide();
     // A host that sends the click anyway: on Wayland it is told to show its own menu.
-    EXPECT_FALSE(hostClick(u"wayland"));
+    EXPECT_FALSE(clickIcon(u"wayland"));
     EXPECT_FALSE(tray->isVisible());
-    EXPECT_TRUE(hostClick(u"xcb"));
+    EXPECT_TRUE(clickIcon(u"xcb"));
     EXPECT_TRUE(tray->isVisible());
     tray->hide();
     for (int i = 1; i < 60; ++i) {
@@ -318,19 +323,19 @@ TEST_F(StatusMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
         clickIcon();
         EXPECT_TRUE(QTest::qWaitFor([&] { return QApplication::activeWindow() == &dialog; }));
         other.activateWindow();
-        EXPECT_TRUE(hostClick(u"wayland"));
+        EXPECT_TRUE(clickIcon(u"wayland"));
         EXPECT_TRUE(QTest::qWaitFor([&] { return QApplication::activeWindow() == &dialog; }));
         EXPECT_FALSE(tray->isVisible());
         EXPECT_EQ(describe(*tray), shown);
     };
-    fake.answer = 0;
+    fake.answer = false;
     tray->actions().first()->trigger();
     EXPECT_EQ(builds, 3);
 
     // A host-drawn menu stays usable meanwhile: a second choice brings the
     // confirmation up front instead of adding another.
     addInstance(u"other"_s);
-    app.hostMenuWillOpen();
+    app.menu().hostAboutToShow();
     int prompts = 0;
     fake.whileUp = [&] {
         if (++prompts == 1) {
@@ -342,7 +347,7 @@ TEST_F(StatusMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
 }
 
 // Judged as an unprivileged user would be; only a writable directory offers its item.
-TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
+TEST_F(TrayMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
     const QStringList dirs = {home, addInstance(u"busy+run"_s), addInstance(u"idle"_s)};
     for (const QString &dir : dirs) {
         ASSERT_EQ(::chmod(dir.toUtf8().constData(), 0555), 0);
@@ -350,7 +355,7 @@ TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
     ASSERT_EQ(::chmod(addInstance(u"open"_s).toUtf8().constData(), 0777), 0);
     EXPECT_EQ(QString::fromUtf8(inChild([&] {
                   becomeReader();
-                  app.menuWillOpen(menu.get());
+                  app.menu().aboutToShow();
                   return describe(*menu).toUtf8();
               })),
               u"- Stop Instance 'busy'\n- Start Instance 'idle'\n+ Start Instance 'open'\n"_s +
@@ -362,7 +367,7 @@ TEST_F(StatusMenu, InstanceInUnwritableDirectoryOffersNeitherStartNorStop) {
 
 // The stand-in holds its lock file until signal 10 and ignores signal 15, so
 // the starting and stopping phases last until the test releases them.
-TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
+TEST_F(TrayMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     qputenv("CORVANTA_BINARY", CORVANTA_STANDIN);
     qputenv("CORVANTA_STANDIN_PORT", "0");
     qputenv("CORVANTA_STANDIN_LOCK_ON_USR1", "1");
@@ -370,7 +375,7 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     const QString dir = addInstance(u"database"_s);
     open();
     fake.whileUp = [&] {
-        EXPECT_TRUE(inModalDialog());
+        EXPECT_TRUE(confirming());
         // Opening the menu meanwhile shows it as it was, without ticks.
         const QString shown = describe(*menu);
         QAction *const first = menu->actions().first();
@@ -381,11 +386,11 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     // The status right after the answer and the item on reopening; then `release` lets
     // the server go on until the item reads `then`.
     qint32 server = 0;
-    const auto answerWith = [&](int answer, const QString &then,
+    const auto answerWith = [&](bool answer, const QString &then,
                                 const std::function<void(qint32)> &release = {}) {
         fake.answer = answer;
         menu->actions().first()->trigger();
-        EXPECT_FALSE(inModalDialog());
+        EXPECT_FALSE(confirming());
         const auto record = menu->actions().first()->data().value<InstanceItem>().instance;
         QString seen = QString::number(record->serverStatus()) + u' ' + open().section(u'\n', 0, 0);
         server = record->pid() ? record->pid() : server;
@@ -401,11 +406,11 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
         ::kill(pid, SIGUSR1);
     };
     const auto interrupt = [](qint32 pid) { ::kill(pid, SIGINT); };
-    EXPECT_EQ(answerWith(1001, u"Start Default Instance"_s), u"1 + Start Default Instance"_s);
-    EXPECT_EQ(answerWith(1000, u"Stop Default Instance"_s, writeLock),
+    EXPECT_EQ(answerWith(false, u"Start Default Instance"_s), u"1 + Start Default Instance"_s);
+    EXPECT_EQ(answerWith(true, u"Stop Default Instance"_s, writeLock),
               u"2 - Default Instance: Starting"_s);
-    EXPECT_EQ(answerWith(0, u"Stop Default Instance"_s), u"3 + Stop Default Instance"_s);
-    EXPECT_EQ(answerWith(1000, u"Start Default Instance"_s, interrupt),
+    EXPECT_EQ(answerWith(false, u"Stop Default Instance"_s), u"3 + Stop Default Instance"_s);
+    EXPECT_EQ(answerWith(true, u"Start Default Instance"_s, interrupt),
               u"4 - Default Instance: Stopping"_s);
     const QString ask =
         u"Do you want to %1 the Default Instance? | This will %2 "
@@ -420,13 +425,13 @@ TEST_F(StatusMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
     }
 }
 
-TEST_F(StatusMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {
-    QUrl slashed = Application::programUrl();
+TEST_F(TrayMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {
+    QUrl slashed = StartAtLogin::programUrl();
     slashed.setPath(slashed.path() + u'/');
     fake.items = {{u"unresolved"_s, std::nullopt},
                   {u"slashed"_s, slashed},
-                  {u"b"_s, Application::programUrl()},
-                  {u"c"_s, Application::programUrl()}};
+                  {u"b"_s, StartAtLogin::programUrl()},
+                  {u"c"_s, StartAtLogin::programUrl()}};
     // The entry added starts the installation in use.
     app.setInstallationSources({home, {}, {}, {}});
     app.setupGlobalEnvironment();
@@ -446,7 +451,7 @@ TEST_F(StatusMenu, StartAtLoginTogglesTheFirstEntryResolvingToTheProgram) {
               "[ ] added --home %1 unresolved slashed\n[x] unresolved slashed\n"_s.arg(home));
 }
 
-TEST_F(StatusMenu, LinksOpenFixedAddressesAndTheDefaultInstancesLog) {
+TEST_F(TrayMenu, LinksOpenFixedAddressesAndTheDefaultInstancesLog) {
     app.viewLogFile();  // no default instance yet
     const QString dir = addInstance(u"database+log+run"_s);
     open();
@@ -462,7 +467,7 @@ TEST_F(StatusMenu, LinksOpenFixedAddressesAndTheDefaultInstancesLog) {
 
 // Each case runs the set-up in a child with exactly the given environment; "@"
 // stands for a fresh directory, "$" for the fallback installation in it.
-TEST_F(StatusMenu, ExportsTheInstallationFoundOrChangesNothing) {
+TEST_F(TrayMenu, ExportsTheInstallationFoundOrChangesNothing) {
     const struct {
         const char *tree;  // a directory when ending in "/"; "@/link" is "@/install"
         const char *env, *expected;
@@ -502,11 +507,10 @@ TEST_F(StatusMenu, ExportsTheInstallationFoundOrChangesNothing) {
             setSystemLogSink([](const QString &) {});  // its wording is the commands' test
             app.setInstallationSources(
                 {std::nullopt, root.filePath(u"monitor.ini"_s), {}, root.filePath(u"package"_s)});
-            manager() = std::make_unique<CorvantaManager>();
             app.setupGlobalEnvironment();
             const QStringList vars = QProcessEnvironment::systemEnvironment().toStringList();
             return (vars.join(u'\n') + u'\n').toUtf8() + "search " +
-                   manager()->searchPaths().join(u' ').toUtf8() + '\n';
+                   app.model().searchPaths().join(u' ').toUtf8() + '\n';
         }));
         EXPECT_EQ(got, expand(c.expected));
     }
@@ -544,9 +548,9 @@ TEST(MenuPlacement, OpensBesideTheIconAwayFromThePanelAndWithinTheScreen) {
 TEST(ConfirmationDialog, KeepsTheSentenceWholeAndWrapsOnlyTheDirectory) {
     const QString longPath = u"/srv"_s + u"/a-rather-long-directory-name"_s.repeated(12);
     // German or not, the directory, and the answer: the default button clicked, or Escape.
-    const std::tuple<bool, QString, int> cases[] = {
-        {false, u"/srv/corvanta/database"_s, AlertFirstButtonReturn},
-        {true, longPath, AlertSecondButtonReturn},
+    const std::tuple<bool, QString, bool> cases[] = {
+        {false, u"/srv/corvanta/database"_s, true},
+        {true, longPath, false},
     };
     for (const auto &[german, path, expected] : cases) {
         SCOPED_TRACE(testing::Message() << german);
@@ -575,12 +579,11 @@ TEST(ConfirmationDialog, KeepsTheSentenceWholeAndWrapsOnlyTheDirectory) {
             // Wrapped text is taller than the same text given all the room it wants.
             EXPECT_EQ(label->heightForWidth(label->width()) > label->heightForWidth(100000),
                       path == longPath);
-            expected == AlertFirstButtonReturn ? box->defaultButton()->click()
-                                               : QTest::keyClick(box, Qt::Key_Escape);
+            expected ? box->defaultButton()->click() : QTest::keyClick(box, Qt::Key_Escape);
         });
         poll.start(10);
-        EXPECT_EQ(MessageBoxPrompt().runModal(u"Do you want to start the Default Instance?"_s,
-                                              informative, u"Start"_s, u"Cancel"_s),
+        EXPECT_EQ(MessageBoxPrompt().confirm(u"Do you want to start the Default Instance?"_s,
+                                             informative, u"Start"_s, u"Cancel"_s),
                   expected);
         EXPECT_TRUE(checked);
     }

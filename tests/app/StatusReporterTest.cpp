@@ -2,7 +2,7 @@
 #include "app/tray/ServerTransitions.h"
 #include "app/tray/StatusIcon.h"
 #include "app/tray/StatusReporter.h"
-#include "registry/CorvantaManager.h"
+#include "registry/InstanceModel.h"
 #include "registry/SystemLog.h"
 
 #include <QApplication>
@@ -130,14 +130,13 @@ protected:
         qputenv("CORVANTA_BINARY", CORVANTA_STANDIN);
         qputenv("CORVANTA_STANDIN_PORT", "0");
         writeFile(dir + u"/corvanta.ini"_s, {});
-        manager.addSearchPath(home);
+        model.setSearchPaths({home});
         watch.setStopTimeout(std::chrono::milliseconds(300));
         QObject::connect(&watch, &StatusReporter::iconStateChanged,
                          [this](IconState state) { icons.append(state); });
-        const QList<CorvantaInstancePtr> instances = manager.allInstances();
-        record = instances.value(0);
+        model.rescan();
+        record = model.instances().value(0);
         ASSERT_TRUE(record);
-        watch.instancesListed(instances, record);
     }
     void TearDown() override {
         // Every server a case started runs in the instance directory, whatever the record knows.
@@ -162,11 +161,11 @@ protected:
     QTemporaryDir tmp;
     QString home = QDir(tmp.path()).canonicalPath();
     QString dir = home + u"/database"_s;
-    CorvantaManager manager;
+    InstanceModel model;
     FakeDesktop desktop;
     QStringList asked;
     bool confirmAnswer = true;
-    StatusReporter watch{desktop, desktop,
+    StatusReporter watch{model, desktop, desktop,
                          [this](const QString &message, const QString &, const QString &) {
                              asked << message;
                              return confirmAnswer;

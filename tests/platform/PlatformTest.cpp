@@ -1,6 +1,6 @@
 #include "app/platform/LinuxPlatform.h"
 #include "app/platform/SingleInstance.h"
-#include "app/tray/Application.h"
+#include "app/tray/StartAtLogin.h"
 
 #include <QGuiApplication>
 #include <QLocalSocket>
@@ -177,10 +177,10 @@ TEST_F(PlatformTest, StartAtLoginNumbersItsEntryAndLeavesAnotherProgramsEntryByt
     writeFile(dir + "/corvanta-monitor-2.desktop", "junk");
     XdgAutostartList list(dir, exe);
     const QUrl self = *XdgAutostartList::programUrl(exe);
-    EXPECT_FALSE(Application::willStartAtLogin(self, list));
-    Application::setStartAtLogin(self, true, list, {});
-    EXPECT_TRUE(Application::willStartAtLogin(self, list));
-    Application::setStartAtLogin(self, false, list, {});
+    EXPECT_FALSE(StartAtLogin::isEnabled(self, list));
+    StartAtLogin::setEnabled(self, true, list, {});
+    EXPECT_TRUE(StartAtLogin::isEnabled(self, list));
+    StartAtLogin::setEnabled(self, false, list, {});
     EXPECT_FALSE(list.remove(LoginItem{"corvanta-monitor.desktop", self}));
     EXPECT_FALSE(list.remove(LoginItem{"../autostart/corvanta-monitor-2.desktop", self}));
 

@@ -6,12 +6,12 @@
 
 class QAction;
 
-// Key equivalents for the items of an open popup menu: a popup takes the
+// Shortcuts for the items of an open popup menu: a popup takes the
 // keyboard, so an item's shortcut may never be seen there, and a mnemonic
 // would change the item's title. Installed as an event filter on the menu, it
 // answers to the bare key and to Ctrl with it, closing the menu first as a
 // chosen item would.
-class MenuKeyEquivalents : public QObject {
+class MenuShortcuts : public QObject {
     Q_OBJECT
 
 public:

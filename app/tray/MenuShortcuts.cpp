@@ -1,18 +1,18 @@
-#include "MenuKeyEquivalents.h"
+#include "MenuShortcuts.h"
 
 #include <QAction>
 #include <QKeyEvent>
 #include <QMenu>
 
-void MenuKeyEquivalents::assign(int key, QAction *action) {
+void MenuShortcuts::assign(int key, QAction *action) {
     _actions.insert(key, action);
 }
 
-void MenuKeyEquivalents::clear() {
+void MenuShortcuts::clear() {
     _actions.clear();
 }
 
-bool MenuKeyEquivalents::eventFilter(QObject *watched, QEvent *event) {
+bool MenuShortcuts::eventFilter(QObject *watched, QEvent *event) {
     if (event->type() != QEvent::KeyPress) {
         return false;
     }
