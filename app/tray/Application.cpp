@@ -7,7 +7,7 @@
 #include "StatusReporter.h"
 #include "TrayHostWaiter.h"
 #include "TrayNotifier.h"
-#include "app/cli/Commands.h"
+#include "app/common/PackageRoot.h"
 #include "registry/Paths.h"
 
 #include <QAction>
