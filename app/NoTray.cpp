@@ -1,6 +1,6 @@
 // The tray for a build without the GUI (CORVANTA_GUI=OFF): the commands work,
 // and running without one says what this build lacks.
-#include "app/cli/Output.h"
+#include "app/common/Output.h"
 #include "app/tray/TrayMain.h"
 
 #include <QCoreApplication>

@@ -1,11 +1,13 @@
 #include "CommandLine.h"
 
+#include "app/common/PackageRoot.h"
 #include "registry/MonitorSettings.h"
 #include "registry/Paths.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 
+#include <array>
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
@@ -50,11 +52,23 @@ struct CommandLineOptions {
         parser.setApplicationDescription(
             CommandLine::tr("Watches the local Corvanta database servers from the system tray."));
         parser.addOptions({help, version, home, setHome, json, wait, output, metrics});
-        parser.addPositionalArgument(
-            QStringLiteral("command"),
-            CommandLine::tr("list, status, start, stop, watch or metrics; without one the tray "
-                            "starts."),
-            QStringLiteral("[command [instance]]"));
+        QStringList names;
+        for (const CommandDescription &command : commandDescriptions()) {
+            names.append(QString::fromLatin1(command.name));
+        }
+        const QString last = names.takeLast();
+        parser.addPositionalArgument(QStringLiteral("command"),
+                                     CommandLine::tr("%1 or %2; without one the tray starts.")
+                                         .arg(names.join(QStringLiteral(", ")), last),
+                                     QStringLiteral("[command [instance]]"));
+    }
+
+    // The options that only some commands take, with their flags.
+    std::array<std::pair<const QCommandLineOption *, CommandOption>, 4> perCommand() const {
+        return {{{&json, JsonOption},
+                 {&wait, WaitOption},
+                 {&output, OutputOption},
+                 {&metrics, MetricsOption}}};
     }
 };
 
@@ -75,6 +89,23 @@ std::optional<QString> takeWaitValues(QStringList &arguments) {
     return value;
 }
 
+// A command's lines in --help: its synopsis, then its help text from the
+// 38th column, on the next line when the synopsis reaches that far.
+QString commandHelp(const CommandDescription &command) {
+    constexpr qsizetype kColumn = 38;
+    QString synopsis = u"  "_s + QLatin1StringView(command.name);
+    if (command.takesInstance) {
+        synopsis += u" [instance]"_s;
+    }
+    synopsis += u' ' + QLatin1StringView(command.synopsis);
+    const QString indent(kColumn, u' ');
+    const QStringList lines = CommandLine::tr(command.help).split(u'\n');
+    QString text =
+        synopsis.size() < kColumn ? synopsis.leftJustified(kColumn) : synopsis + u'\n' + indent;
+    text += lines.join(u'\n' + indent) + u'\n';
+    return text;
+}
+
 QString helpText() {
     QCommandLineParser parser;
     CommandLineOptions().addTo(parser);
@@ -84,23 +115,17 @@ QString helpText() {
                 "CORVANTA_HOME, home= in section [monitor] of\n"
                 "%1,\n"
                 "/opt/corvanta, /usr/lib/corvanta, %2.\n"
-                "\nCommands (they need no display):\n"
-                "  list [--json]                       every instance, in the menu's order\n"
-                "  status [instance] [--json]          one instance; exit status 3 when its\n"
-                "                                      server is not running\n"
-                "  start [instance] [--wait[=seconds]] start its server\n"
-                "  stop [instance] [--wait[=seconds]]  stop its server\n"
-                "  watch [instance] [--json] [--metrics file]\n"
-                "                                      every instance, or one, then each\n"
-                "                                      change until interrupted\n"
-                "  metrics [--output file]             every instance in the Prometheus\n"
-                "                                      text format\n"
-                "An instance is a directory name as listed, a path to the instance\n"
-                "directory, or default (also when none is given).\n"
-                "\nExit status: 0 success, 1 failure, 2 usage error, 3 not running,\n"
-                "4 no such instance, 5 timeout.\n")
+                "\nCommands (they need no display):\n")
                 .arg(MonitorSettings::defaultFile(),
                      Paths::append(programPackageRoot(), QStringLiteral("Contents/corvanta")));
+    for (const CommandDescription &command : commandDescriptions()) {
+        text += commandHelp(command);
+    }
+    text += CommandLine::tr(
+        "An instance is a directory name as listed, a path to the instance\n"
+        "directory, or default (also when none is given).\n"
+        "\nExit status: 0 success, 1 failure, 2 usage error, 3 not running,\n"
+        "4 no such instance, 5 timeout.\n");
     return text;
 }
 
@@ -153,8 +178,7 @@ CommandLine CommandLine::parse(const QStringList &givenArguments) {
     } else if (!result.positional.isEmpty()) {
         result.parseCommand(parser, options, waitValue);
     } else {
-        for (const QCommandLineOption *option :
-             {&options.json, &options.wait, &options.output, &options.metrics}) {
+        for (const auto &[option, flag] : options.perCommand()) {
             if (parser.isSet(*option)) {
                 result.usageError(QT_TR_NOOP("%1 needs a command"),
                                   u"--"_s + option->names().first());
@@ -167,33 +191,23 @@ CommandLine CommandLine::parse(const QStringList &givenArguments) {
 
 void CommandLine::parseCommand(const QCommandLineParser &parser, const CommandLineOptions &options,
                                const std::optional<QString> &waitValue) {
-    using Command = CommandRequest::Command;
     const QString &name = positional.first();
-    const std::optional<Command> command = CommandRequest::commandNamed(name);
+    const CommandDescription *command = commandNamed(name);
     if (!command) {
         usageError(QT_TR_NOOP("unknown command '%1'"), name);
         return;
     }
-    const bool takesInstance = *command != Command::List && *command != Command::Metrics;
-    if (positional.size() > (takesInstance ? 2 : 1)) {
+    if (positional.size() > (command->takesInstance ? 2 : 1)) {
         usageError(QT_TR_NOOP("too many arguments for %1"), name);
         return;
     }
-    // The options each command takes beyond --home.
-    const bool waits = *command == Command::Start || *command == Command::Stop;
-    const std::pair<const QCommandLineOption *, bool> accepted[] = {
-        {&options.json, *command != Command::Metrics},
-        {&options.wait, waits},
-        {&options.output, *command == Command::Metrics},
-        {&options.metrics, *command == Command::Watch},
-    };
-    for (const auto &[option, takes] : accepted) {
-        if (!takes && parser.isSet(*option)) {
+    for (const auto &[option, flag] : options.perCommand()) {
+        if (!(command->options & flag) && parser.isSet(*option)) {
             usageError(QT_TR_NOOP("%1 does not take %2"), name, u"--"_s + option->names().first());
             return;
         }
     }
-    request.command = *command;
+    request.command = command;
     request.instance = positional.value(1);
     request.json = parser.isSet(options.json);
     request.home = home;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Commands.h"
-#include "Output.h"
+#include "app/common/Output.h"
 
 #include <QCoreApplication>
 #include <QString>

@@ -2,11 +2,11 @@
 
 #include "InstanceLookup.h"
 #include "InstanceReport.h"
-#include "Output.h"
+#include "Metrics.h"
 #include "Watch.h"
+#include "app/common/Output.h"
 #include "registry/CorvantaManager.h"
 #include "registry/Installation.h"
-#include "registry/Paths.h"
 
 #include <QDeadlineTimer>
 #include <QJsonDocument>
@@ -63,7 +63,7 @@ public:
     }
 
     int start() {
-        // The listing has just refreshed it: this is the live state.
+        // Refreshed just now: this is the live state.
         if (_instance.serverStatus() == ServerStatusRunning) {
             return finish(tr("%1 is already running (pid %2)."));
         }
@@ -187,71 +187,83 @@ public:
     }
 };
 
-}  // namespace
-
-std::optional<CommandRequest::Command> CommandRequest::commandNamed(const QString &name) {
-    if (name == u"list") {
-        return Command::List;
+// The instance asked about is the only one refreshed: another's stale lock
+// file is no business of this command.
+int runOnInstance(const CommandRequest &request, const QString &home,
+                  int (InstanceCommand::*action)()) {
+    CorvantaManager manager;
+    manager.addSearchPath(home);
+    const QList<CorvantaInstancePtr> instances = manager.discoveredInstances();
+    const InstanceLookup lookup = InstanceLookup::find(instances, request.instance);
+    if (!lookup.instance) {
+        printError(lookup.error);
+        return ExitNoSuchInstance;
     }
-    if (name == u"status") {
-        return Command::Status;
-    }
-    if (name == u"start") {
-        return Command::Start;
-    }
-    if (name == u"stop") {
-        return Command::Stop;
-    }
-    if (name == u"watch") {
-        return Command::Watch;
-    }
-    if (name == u"metrics") {
-        return Command::Metrics;
-    }
-    return std::nullopt;
+    lookup.instance->refresh();
+    InstanceCommand command(*lookup.instance, request,
+                            lookup.instance == chooseDefaultInstance(instances));
+    return (command.*action)();
 }
 
-QString programPackageRoot() {
-    return Paths::standardize(QCoreApplication::applicationDirPath() + QStringLiteral("/.."));
+int runList(const CommandRequest &request, const QString &home) {
+    CorvantaManager manager;
+    manager.addSearchPath(home);
+    return Listing::print(home, manager.allInstances(), request.json);
+}
+
+int runStatus(const CommandRequest &request, const QString &home) {
+    return runOnInstance(request, home, &InstanceCommand::status);
+}
+
+int runStart(const CommandRequest &request, const QString &home) {
+    return runOnInstance(request, home, &InstanceCommand::start);
+}
+
+int runStop(const CommandRequest &request, const QString &home) {
+    return runOnInstance(request, home, &InstanceCommand::stop);
+}
+
+// In --help's order.
+constexpr CommandDescription kCommands[] = {
+    {"list", false, JsonOption, "[--json]",
+     QT_TRANSLATE_NOOP("CommandLine", "every instance, in the menu's order"), runList},
+    {"status", true, JsonOption, "[--json]",
+     QT_TRANSLATE_NOOP("CommandLine",
+                       "one instance; exit status 3 when its\nserver is not running"),
+     runStatus},
+    {"start", true, JsonOption | WaitOption, "[--wait[=seconds]]",
+     QT_TRANSLATE_NOOP("CommandLine", "start its server"), runStart},
+    {"stop", true, JsonOption | WaitOption, "[--wait[=seconds]]",
+     QT_TRANSLATE_NOOP("CommandLine", "stop its server"), runStop},
+    {"watch", true, JsonOption | MetricsOption, "[--json] [--metrics file]",
+     QT_TRANSLATE_NOOP("CommandLine",
+                       "every instance, or one, then each\nchange until interrupted"),
+     runWatch},
+    {"metrics", false, OutputOption, "[--output file]",
+     QT_TRANSLATE_NOOP("CommandLine", "every instance in the Prometheus\ntext format"), runMetrics},
+};
+
+}  // namespace
+
+std::span<const CommandDescription> commandDescriptions() {
+    return kCommands;
+}
+
+const CommandDescription *commandNamed(const QString &name) {
+    for (const CommandDescription &command : kCommands) {
+        if (name == QLatin1StringView(command.name)) {
+            return &command;
+        }
+    }
+    return nullptr;
 }
 
 int runCommand(const CommandRequest &request, const QString &packageRoot) {
-    using Command = CommandRequest::Command;
     // On failure the lookup has logged why, naming every place it tried.
     const std::optional<QString> home =
         exportInstallationEnvironment(InstallationSources::standard(request.home, packageRoot));
     if (!home) {
         return ExitFailure;
     }
-    if (request.command == Command::Watch) {
-        return runWatch(request, *home);
-    }
-    if (request.command == Command::Metrics) {
-        return runMetrics(request, *home);
-    }
-    CorvantaManager manager;
-    manager.addSearchPath(*home);
-    const QList<CorvantaInstancePtr> instances = manager.allInstances();
-    if (request.command == Command::List) {
-        return Listing::print(*home, instances, request.json);
-    }
-    const InstanceLookup lookup = InstanceLookup::find(instances, request.instance);
-    if (!lookup.instance) {
-        printError(lookup.error);
-        return ExitNoSuchInstance;
-    }
-    InstanceCommand command(*lookup.instance, request,
-                            lookup.instance == chooseDefaultInstance(instances));
-    switch (request.command) {
-        case Command::Start:
-            return command.start();
-        case Command::Stop:
-            return command.stop();
-        case Command::Status:
-        case Command::List:
-        case Command::Watch:
-        case Command::Metrics:
-            break;
-    }
-    return command.status();
+    return request.command->run(request, *home);
 }

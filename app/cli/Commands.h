@@ -4,15 +4,13 @@
 #include <QString>
 
 #include <optional>
+#include <span>
+
+struct CommandDescription;
 
 // One command of the display-less command line, already checked for usage.
 struct CommandRequest {
-    Q_DECLARE_TR_FUNCTIONS(CommandRequest)
-
-public:
-    enum class Command { List, Status, Start, Stop, Watch, Metrics };
-
-    Command command = Command::List;
+    const CommandDescription *command = nullptr;
     QString instance;  // empty: the default instance
     bool json = false;
     std::optional<int> waitSeconds;      // start and stop only
@@ -22,13 +20,31 @@ public:
 
     static constexpr int DefaultWaitSeconds = 30;
     static constexpr int MaxWaitSeconds = 24 * 60 * 60;
-
-    static std::optional<Command> commandNamed(const QString &name);
 };
 
-// The directory above the executable's, as the tray computes it: the root of
-// a bundled installation. Needs a QCoreApplication.
-QString programPackageRoot();
+// The options a command may take beyond --home.
+enum CommandOption : unsigned {
+    JsonOption = 1,
+    WaitOption = 2,
+    OutputOption = 4,
+    MetricsOption = 8,
+};
+
+// A command, all that the parser, --help and the dispatch know of it: adding
+// one is adding a row to commandDescriptions().
+struct CommandDescription {
+    const char *name;
+    bool takesInstance;    // an optional instance argument after the name
+    unsigned options;      // CommandOption flags
+    const char *synopsis;  // the options as --help shows them after the arguments
+    // For --help, untranslated (CommandLine context); lines end in \n.
+    const char *help;
+    // Runs it on the installation found; answers the exit status.
+    int (*run)(const CommandRequest &request, const QString &home);
+};
+
+std::span<const CommandDescription> commandDescriptions();
+const CommandDescription *commandNamed(const QString &name);
 
 // Finds the installation as the tray does (exporting its environment for the
 // servers started here), then runs the command; answers the exit status.

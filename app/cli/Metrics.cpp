@@ -1,5 +1,8 @@
 #include "Metrics.h"
 
+#include "app/common/Output.h"
+#include "registry/CorvantaManager.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -193,4 +196,25 @@ void MetricsFile::removeWritten() {
         ::unlink(_path.toUtf8().constData());
     }
     _written.reset();
+}
+
+int runMetrics(const CommandRequest &request, const QString &home) {
+    CorvantaManager manager;
+    manager.addSearchPath(home);
+    const QByteArray text = prometheusText(InstanceReport::listing(manager.allInstances()));
+    if (request.outputFile) {
+        MetricsFile file(*request.outputFile);
+        QString error;
+        if (!file.write(text, &error)) {
+            printError(error);
+            return ExitFailure;
+        }
+        return ExitSuccess;
+    }
+    if (!writeStandardOutput(text)) {
+        printError(
+            QCoreApplication::translate("Watch", "cannot write the output: %1").arg(systemError()));
+        return ExitFailure;
+    }
+    return ExitSuccess;
 }

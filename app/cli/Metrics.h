@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Commands.h"
 #include "InstanceReport.h"
 
 #include "registry/Paths.h"
@@ -55,3 +56,7 @@ private:
     QString _path;
     std::optional<Paths::FileIdentity> _written;
 };
+
+// `metrics`: the instances in the Prometheus text format, on standard output
+// or replacing a file.
+int runMetrics(const CommandRequest &request, const QString &home);

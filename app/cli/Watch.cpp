@@ -3,8 +3,8 @@
 #include "InstanceLookup.h"
 #include "InstanceReport.h"
 #include "Metrics.h"
-#include "Output.h"
-#include "TerminationSignals.h"
+#include "app/common/Output.h"
+#include "app/common/TerminationSignals.h"
 #include "registry/CorvantaManager.h"
 #include "registry/InstallationWatcher.h"
 #include "registry/InstanceWatcher.h"
@@ -253,25 +253,4 @@ private:
 
 int runWatch(const CommandRequest &request, const QString &home) {
     return Watch(request, home).run(request.instance);
-}
-
-int runMetrics(const CommandRequest &request, const QString &home) {
-    CorvantaManager manager;
-    manager.addSearchPath(home);
-    const QByteArray text = prometheusText(InstanceReport::listing(manager.allInstances()));
-    if (request.outputFile) {
-        MetricsFile file(*request.outputFile);
-        QString error;
-        if (!file.write(text, &error)) {
-            printError(error);
-            return ExitFailure;
-        }
-        return ExitSuccess;
-    }
-    if (!writeStandardOutput(text)) {
-        printError(QCoreApplication::translate("Watch", "cannot write the output: %1")
-                       .arg(QString::fromLocal8Bit(std::strerror(errno))));
-        return ExitFailure;
-    }
-    return ExitSuccess;
 }

@@ -7,7 +7,3 @@
 // keeping a metrics file current when asked. Learns of changes from the
 // kernel only. Needs a QCoreApplication; answers the exit status.
 int runWatch(const CommandRequest &request, const QString &home);
-
-// `metrics`: the instances in the Prometheus text format, on standard output
-// or replacing a file.
-int runMetrics(const CommandRequest &request, const QString &home);

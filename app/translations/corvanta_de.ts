@@ -113,57 +113,57 @@
 <context>
     <name>CommandLine</name>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="16"/>
+        <location filename="../cli/CommandLine.cpp" line="18"/>
         <source>Show this help and exit.</source>
         <translation>Diese Hilfe anzeigen und beenden.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="18"/>
+        <location filename="../cli/CommandLine.cpp" line="20"/>
         <source>Show the version and exit.</source>
         <translation>Die Version anzeigen und beenden.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="20"/>
+        <location filename="../cli/CommandLine.cpp" line="22"/>
         <source>Use the Corvanta installation in &lt;dir&gt;.</source>
         <translation>Die Corvanta-Installation in &lt;dir&gt; verwenden.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="24"/>
+        <location filename="../cli/CommandLine.cpp" line="26"/>
         <source>Remember &lt;dir&gt; as the Corvanta installation in the settings file and exit.</source>
         <translation>&lt;dir&gt; als Corvanta-Installation in der Einstellungsdatei speichern und beenden.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="44"/>
+        <location filename="../cli/CommandLine.cpp" line="46"/>
         <source>start, stop: wait until the instance is running or stopped, at most --wait=&lt;seconds&gt; (default %1); then exit status 5.</source>
         <translation>start, stop: warten, bis die Instanz läuft oder gestoppt ist, höchstens --wait=&lt;sekunden&gt; (Vorgabe %1); danach Exit-Status 5.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="51"/>
+        <location filename="../cli/CommandLine.cpp" line="53"/>
         <source>Watches the local Corvanta database servers from the system tray.</source>
         <translation>Überwacht die lokalen Corvanta-Datenbankserver aus dem Systembereich der Kontrollleiste.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="29"/>
+        <location filename="../cli/CommandLine.cpp" line="31"/>
         <source>list, status, start, stop: print one JSON document; watch: one per line.</source>
         <translation>list, status, start, stop: ein JSON-Dokument ausgeben; watch: eines je Zeile.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="33"/>
+        <location filename="../cli/CommandLine.cpp" line="35"/>
         <source>metrics: write to &lt;file&gt;, replaced atomically, instead of standard output.</source>
         <translation>metrics: in &lt;file&gt; schreiben, atomar ersetzt, statt in die Standardausgabe.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="38"/>
+        <location filename="../cli/CommandLine.cpp" line="40"/>
         <source>watch: keep &lt;file&gt; current in the Prometheus text format.</source>
         <translation>watch: &lt;file&gt; im Prometheus-Textformat aktuell halten.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="55"/>
-        <source>list, status, start, stop, watch or metrics; without one the tray starts.</source>
-        <translation>list, status, start, stop, watch oder metrics; ohne Befehl startet das Symbol in der Kontrollleiste.</translation>
+        <location filename="../cli/CommandLine.cpp" line="61"/>
+        <source>%1 or %2; without one the tray starts.</source>
+        <translation>%1 oder %2; ohne Befehl startet das Symbol in der Kontrollleiste.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="82"/>
+        <location filename="../cli/CommandLine.cpp" line="113"/>
         <source>
 The installation is the first existing directory of: --home,
 CORVANTA_HOME, home= in section [monitor] of
@@ -171,21 +171,6 @@ CORVANTA_HOME, home= in section [monitor] of
 /opt/corvanta, /usr/lib/corvanta, %2.
 
 Commands (they need no display):
-  list [--json]                       every instance, in the menu&apos;s order
-  status [instance] [--json]          one instance; exit status 3 when its
-                                      server is not running
-  start [instance] [--wait[=seconds]] start its server
-  stop [instance] [--wait[=seconds]]  stop its server
-  watch [instance] [--json] [--metrics file]
-                                      every instance, or one, then each
-                                      change until interrupted
-  metrics [--output file]             every instance in the Prometheus
-                                      text format
-An instance is a directory name as listed, a path to the instance
-directory, or default (also when none is given).
-
-Exit status: 0 success, 1 failure, 2 usage error, 3 not running,
-4 no such instance, 5 timeout.
 </source>
         <translation>
 Die Installation ist das erste vorhandene Verzeichnis aus: --home,
@@ -194,16 +179,17 @@ CORVANTA_HOME, home= im Abschnitt [monitor] von
 /opt/corvanta, /usr/lib/corvanta, %2.
 
 Befehle (sie brauchen keine Anzeige):
-  list [--json]                       jede Instanz, in der Reihenfolge des Menüs
-  status [instance] [--json]          eine Instanz; Exit-Status 3, wenn ihr
-                                      Server nicht läuft
-  start [instance] [--wait[=seconds]] ihren Server starten
-  stop [instance] [--wait[=seconds]]  ihren Server beenden
-  watch [instance] [--json] [--metrics file]
-                                      jede Instanz oder eine, dann jede
-                                      Änderung bis zur Unterbrechung
-  metrics [--output file]             jede Instanz im Prometheus-Textformat
-Eine Instanz ist ein Verzeichnisname wie aufgelistet, ein Pfad zum
+</translation>
+    </message>
+    <message>
+        <location filename="../cli/CommandLine.cpp" line="124"/>
+        <source>An instance is a directory name as listed, a path to the instance
+directory, or default (also when none is given).
+
+Exit status: 0 success, 1 failure, 2 usage error, 3 not running,
+4 no such instance, 5 timeout.
+</source>
+        <translation>Eine Instanz ist ein Verzeichnisname wie aufgelistet, ein Pfad zum
 Instanzverzeichnis oder default (auch, wenn keine angegeben ist).
 
 Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
@@ -211,37 +197,72 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 </translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="109"/>
+        <location filename="../cli/Commands.cpp" line="226"/>
+        <source>every instance, in the menu&apos;s order</source>
+        <translation>jede Instanz, in der Reihenfolge des Menüs</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="228"/>
+        <source>one instance; exit status 3 when its
+server is not running</source>
+        <translation>eine Instanz; Exit-Status 3, wenn ihr
+Server nicht läuft</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="232"/>
+        <source>start its server</source>
+        <translation>ihren Server starten</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="234"/>
+        <source>stop its server</source>
+        <translation>ihren Server beenden</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="236"/>
+        <source>every instance, or one, then each
+change until interrupted</source>
+        <translation>jede Instanz oder eine, dann jede
+Änderung bis zur Unterbrechung</translation>
+    </message>
+    <message>
+        <location filename="../cli/Commands.cpp" line="240"/>
+        <source>every instance in the Prometheus
+text format</source>
+        <translation>jede Instanz im Prometheus-Textformat</translation>
+    </message>
+    <message>
+        <location filename="../cli/CommandLine.cpp" line="134"/>
         <source>Try &apos;%1 --help&apos; for more information.</source>
         <translation>Mehr Informationen mit &apos;%1 --help&apos;.</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="116"/>
+        <location filename="../cli/CommandLine.cpp" line="141"/>
         <source>%1: not a directory</source>
         <translation>%1: kein Verzeichnis</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="159"/>
+        <location filename="../cli/CommandLine.cpp" line="183"/>
         <source>%1 needs a command</source>
         <translation>%1 braucht einen Befehl</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="174"/>
+        <location filename="../cli/CommandLine.cpp" line="197"/>
         <source>unknown command &apos;%1&apos;</source>
         <translation>unbekannter Befehl &apos;%1&apos;</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="179"/>
+        <location filename="../cli/CommandLine.cpp" line="201"/>
         <source>too many arguments for %1</source>
         <translation>zu viele Argumente für %1</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="192"/>
+        <location filename="../cli/CommandLine.cpp" line="206"/>
         <source>%1 does not take %2</source>
         <translation>%1 kennt %2 nicht</translation>
     </message>
     <message>
-        <location filename="../cli/CommandLine.cpp" line="210"/>
+        <location filename="../cli/CommandLine.cpp" line="224"/>
         <source>--wait takes a number of seconds, not &apos;%1&apos;</source>
         <translation>--wait erwartet eine Zahl von Sekunden, nicht &apos;%1&apos;</translation>
     </message>
@@ -451,18 +472,18 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>MetricsFile</name>
     <message>
-        <location filename="../cli/Metrics.cpp" line="135"/>
+        <location filename="../cli/Metrics.cpp" line="138"/>
         <source>%1 is not a regular file; not replacing it</source>
         <translation>%1 ist keine reguläre Datei; sie wird nicht ersetzt</translation>
     </message>
     <message>
-        <location filename="../cli/Metrics.cpp" line="143"/>
+        <location filename="../cli/Metrics.cpp" line="146"/>
         <source>%1 was not written by corvanta-monitor; not replacing it</source>
         <translation>%1 wurde nicht von corvanta-monitor geschrieben; sie wird nicht ersetzt</translation>
     </message>
     <message>
-        <location filename="../cli/Metrics.cpp" line="158"/>
-        <location filename="../cli/Metrics.cpp" line="183"/>
+        <location filename="../cli/Metrics.cpp" line="161"/>
+        <location filename="../cli/Metrics.cpp" line="186"/>
         <source>cannot write %1: %2</source>
         <translation>%1 kann nicht geschrieben werden: %2</translation>
     </message>
@@ -563,8 +584,8 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 <context>
     <name>Watch</name>
     <message>
+        <location filename="../cli/Metrics.cpp" line="216"/>
         <location filename="../cli/Watch.cpp" line="159"/>
-        <location filename="../cli/Watch.cpp" line="272"/>
         <source>cannot write the output: %1</source>
         <translation>die Ausgabe kann nicht geschrieben werden: %1</translation>
     </message>

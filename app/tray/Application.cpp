@@ -6,7 +6,7 @@
 #include "StatusReporter.h"
 #include "TrayNotifier.h"
 #include "WindowActivation.h"
-#include "app/cli/Commands.h"
+#include "app/common/PackageRoot.h"
 
 #include <QApplication>
 #include <QDBusConnection>

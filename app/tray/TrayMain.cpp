@@ -2,8 +2,8 @@
 
 #include "Application.h"
 #include "MessageBoxPrompt.h"
-#include "app/cli/Output.h"
-#include "app/cli/TerminationSignals.h"
+#include "app/common/Output.h"
+#include "app/common/TerminationSignals.h"
 #include "app/platform/DBusNotifier.h"
 #include "app/platform/LinuxPlatform.h"
 #include "app/platform/SingleInstance.h"

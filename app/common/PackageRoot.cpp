@@ -1,0 +1,9 @@
+#include "PackageRoot.h"
+
+#include "registry/Paths.h"
+
+#include <QCoreApplication>
+
+QString programPackageRoot() {
+    return Paths::standardize(QCoreApplication::applicationDirPath() + QStringLiteral("/.."));
+}
