@@ -17,7 +17,7 @@ monitor_pid='' step=setup pids=()
 finish() {
     local status=$?
     [[ -z $monitor_pid ]] || kill "$monitor_pid" 2>/dev/null || true
-    ((${#pids[@]} == 0)) || kill "${pids[@]}" 2>/dev/null || true
+    ((${#pids[@]} == 0)) || { kill "${pids[@]}" && wait "${pids[@]}"; } 2>/dev/null || true
     ((status == 0)) && rm -rf "$work" || echo "FAILED at step '$step' (exit $status); logs in $work" >&2
 }
 trap finish EXIT
