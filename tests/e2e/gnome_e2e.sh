@@ -17,6 +17,7 @@ monitor_pid='' step=setup pids=()
 finish() {
     local status=$?
     [[ -z $monitor_pid ]] || kill "$monitor_pid" 2>/dev/null || true
+    [[ $(readlink "/proc/$(cat "$lock" 2>/dev/null)/exe") != "$home/bin/corvanta" ]] || kill -9 "$(cat "$lock")"
     ((${#pids[@]} == 0)) || { kill "${pids[@]}" && wait "${pids[@]}"; } 2>/dev/null || true
     ((status == 0)) && rm -rf "$work" || echo "FAILED at step '$step' (exit $status); logs in $work" >&2
 }
@@ -54,7 +55,7 @@ DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$work/system.address") GSETTINGS_BACKEND=ke
 pids+=($!)
 xs_wait 60 js 'Main.extensionManager.lookup("'$tray'")?.state === 1' || fail "no shell with $tray"
 
-# The first start's checks, with the icon shown.
+# The checks of the first start that shows the icon.
 first_session() {
     step=first-click
     js 'e2e.click()' && xs_wait 5 js 'e2e.isOpen()' || fail "the menu did not open"
@@ -74,7 +75,8 @@ Quit Corvanta Monitor"
     service=$(js 'e2e.indicator()._indicator.busName') || fail "no bus name"
     choose 'Start Default Instance' || fail "choosing an item"
     xs_wait 10 js 'e2e.dialogs().length === 1' || fail "no confirmation"
-    choose "Start Instance 'analytics'" && "$here/sni_client.py" prop "$service" Title >/dev/null || fail "choosing again"
+    choose "Start Instance 'analytics'" && "$here/sni_client.py" prop "$service" Title >/dev/null ||
+        fail "choosing again"
     [[ $(js 'e2e.dialogs().length') == 1 ]] || fail "$(js 'e2e.dialogs().length') confirmations"
     js 'e2e.dialogs()[0].delete(global.get_current_time()) ?? true' || fail "closing it"
     xs_wait 10 js 'e2e.dialogs().length === 0' || fail "the confirmation stayed"
@@ -100,7 +102,7 @@ for cycle in 1 2 3 4 5 6 7 8 9 10; do
         "$monitor" --home "$home" >>"$work/monitor.log" 2>&1 &
     monitor_pid=$!
     # Shown with its menu read, which a click needs, and still there to quit from.
-    xs_wait 15 js 'e2e.ready()' && { ((cycle > 1)) || first_session; } &&
+    xs_wait 15 js 'e2e.ready()' && { ((present > 0)) || first_session; } &&
         step=quit-$cycle && choose 'Quit Corvanta Monitor' && shown=1 && present=$((present + 1))
     [[ $shown ]] || { echo "cycle $cycle: the icon was missing" >&2 && kill "$monitor_pid"; }
     xs_wait 10 eval '! kill -0 "$monitor_pid" 2>/dev/null' || fail "the monitor did not quit"
@@ -109,5 +111,6 @@ for cycle in 1 2 3 4 5 6 7 8 9 10; do
     xs_wait 10 js '!e2e.indicator()' || fail "the icon stayed"
 done
 echo "icon present in $present/10 cycles"
+step=end
 ! grep -E 'Argument two may not be null|Impossible to get basic properties' "$work/shell.log" || fail "the shell's log"
 ((present == 10)) || fail "the icon was missing in $((10 - present)) cycles"
