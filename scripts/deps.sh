@@ -22,6 +22,7 @@ test=(
     clang clang-format libclang-rt-14-dev
     strace stress openbox dbus-daemon dbus-bin python3-gi
     sway waybar grim wtype qt6-wayland gir1.2-dbusmenu-glib-0.4
+    gnome-shell gnome-shell-extension-appindicator gjs
     dpkg-dev lintian desktop-file-utils appstream groff-base
     prometheus prometheus-node-exporter
 )
