@@ -5,9 +5,7 @@
 #include "Metrics.h"
 #include "app/common/Output.h"
 #include "app/common/TerminationSignals.h"
-#include "registry/CorvantaManager.h"
-#include "registry/InstallationWatcher.h"
-#include "registry/InstanceWatcher.h"
+#include "registry/InstanceModel.h"
 
 #include <QDateTime>
 #include <QJsonDocument>
@@ -35,13 +33,13 @@ public:
         if (request.metricsFile) {
             _metrics.emplace(*request.metricsFile);
         }
-        _manager.addSearchPath(home);
+        _model.setSearchPaths({home});
     }
 
     int run(const QString &instance) {
-        _instances = _manager.allInstances();
+        _model.rescan();
         if (!instance.isEmpty()) {
-            const InstanceLookup lookup = InstanceLookup::find(_instances, instance);
+            const InstanceLookup lookup = InstanceLookup::find(_model.instances(), instance);
             if (!lookup.instance) {
                 printError(lookup.error);
                 return ExitNoSuchInstance;
@@ -56,17 +54,8 @@ public:
         // latest; a pipe says so at once.
         ::signal(SIGPIPE, SIG_IGN);
         std::unique_ptr<QSocketNotifier> readerGone = watchReader();
-        QObject::connect(&_watcher, &InstanceWatcher::refreshed, &_watcher,
-                         [this](const CorvantaInstancePtr &record) {
-                             if (record->entryStatus() == EntryStatusInvalid) {
-                                 rescan();
-                             } else {
-                                 update();
-                             }
-                         });
-        QObject::connect(&_installation, &InstallationWatcher::changed, &_installation,
-                         [this] { rescan(); });
-        follow();
+        QObject::connect(&_model, &InstanceModel::rescanned, &_model, [this] { update(); });
+        QObject::connect(&_model, &InstanceModel::refreshed, &_model, [this] { update(); });
         update();
         if (!_ended) {
             QCoreApplication::exec();
@@ -78,20 +67,9 @@ public:
     }
 
 private:
-    void rescan() {
-        _instances = _manager.allInstances();
-        follow();
-        update();
-    }
-
-    void follow() {
-        _watcher.watch(_instances);
-        _installation.watch(_manager.searchPaths());
-    }
-
     // Prints what differs from the last look and rewrites the metrics.
     void update() {
-        const QList<InstanceReport> reports = InstanceReport::listing(_instances);
+        const QList<InstanceReport> reports = InstanceReport::listing(_model.instances());
         // First, so that a file refused at the start ends the watch before
         // any line promises more.
         writeMetrics(reports);
@@ -236,10 +214,7 @@ private:
     }
 
     const bool _json;
-    CorvantaManager _manager;
-    InstanceWatcher _watcher;
-    InstallationWatcher _installation;
-    QList<CorvantaInstancePtr> _instances;
+    InstanceModel _model;
     QString _only;                        // the directory of the instance named; empty for all
     QMap<QString, InstanceReport> _seen;  // by directory, as last printed
     std::optional<MetricsFile> _metrics;
