@@ -47,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::fclose(file);
 
     CorvantaInstance instance(QString::fromStdString(instanceDir()));
-    if (!instance.isValid())
+    if (!instance.probeConfiguration())
         std::abort();
     const std::optional<QString> log = instance.logFile();
     if (log && !log->startsWith(u'/'))

@@ -247,7 +247,7 @@ void CorvantaInstance::refresh() {
     }
     _leftLockFile = _pid != 0;
     setStatus(lock.beingWritten ? ServerStatusUnknown : ServerStatusStopped);
-    if (!isValid()) {
+    if (!probeConfiguration()) {
         _entryStatus = EntryStatusInvalid;
     }
 }
@@ -261,7 +261,7 @@ void CorvantaInstance::claimExitStatus(qint32 pid) {
     }
 }
 
-bool CorvantaInstance::isValid() {
+bool CorvantaInstance::probeConfiguration() {
     // The common case first, without resolving the directory's links
     // component by component: the kernel follows them to the same item, and
     // an unchanged regular file needs nothing more. Anything else takes the
@@ -345,7 +345,7 @@ QString CorvantaInstance::findExecutable() const {
 }
 
 std::optional<QString> CorvantaInstance::logFile() {
-    if (!isValid()) {
+    if (!probeConfiguration()) {
         return std::nullopt;
     }
     return probedLogFile();

@@ -28,7 +28,9 @@ public:
     void setStatus(qint32 status);
     QString qualify(const std::optional<QString> &value, const QString &defaultValue) const;
     void refresh();
-    bool isValid();
+    // Reads the configuration again when it changed (its lock and log file
+    // names); false when the directory holds no regular configuration file.
+    bool probeConfiguration();
     bool canStart() const;
     qint32 launchExecutable(const QString &executable, const QStringList &options,
                             const QString &directory);

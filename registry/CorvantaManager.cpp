@@ -16,7 +16,7 @@ void CorvantaManager::addSearchPath(const QString &path) {
     }
 }
 
-void CorvantaManager::watchDirectory(const QString &path) {
+void CorvantaManager::admitDirectory(const QString &path) {
     // A cached path is left alone whether or not it is still a directory, so
     // the cache is asked first and spares the directory test; the record's
     // refresh finds out whether it is still an instance.
@@ -24,7 +24,7 @@ void CorvantaManager::watchDirectory(const QString &path) {
         return;
     }
     auto instance = CorvantaInstancePtr::create(path);
-    if (instance->isValid()) {
+    if (instance->probeConfiguration()) {
         _instances.insert(path, instance);
     }
 }
@@ -45,9 +45,9 @@ QList<CorvantaInstancePtr> CorvantaManager::discoveredInstances() {
             i -= before;
             continue;
         }
-        watchDirectory(searchPath);
+        admitDirectory(searchPath);
         for (const QString &name : std::as_const(names)) {
-            watchDirectory(Paths::append(searchPath, name));
+            admitDirectory(Paths::append(searchPath, name));
         }
         ++i;
     }

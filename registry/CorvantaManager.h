@@ -15,7 +15,9 @@ public:
 
     bool isDirectory(const QString &path) const;
     void addSearchPath(const QString &path);
-    void watchDirectory(const QString &path);
+    // Caches a record for `path` when it is an instance directory not yet
+    // cached; a cached one is left for its refresh to judge.
+    void admitDirectory(const QString &path);
     // Rescans, refreshes every cached record, drops invalid ones; ordered by
     // directory path.
     QList<CorvantaInstancePtr> allInstances();

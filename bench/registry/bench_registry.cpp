@@ -108,7 +108,7 @@ void BM_AllInstances_Repeated(benchmark::State &state) {
 
 void BM_Refresh_Running(benchmark::State &state) {
     CorvantaInstance instance(QString::fromStdString(fixture().running));
-    instance.isValid();
+    instance.probeConfiguration();
     instance.refresh();
     if (instance.serverStatus() != ServerStatusRunning)
         state.SkipWithError("server not seen running");
@@ -118,7 +118,7 @@ void BM_Refresh_Running(benchmark::State &state) {
 
 void BM_Refresh_Stopped(benchmark::State &state) {
     CorvantaInstance instance(QString::fromStdString(fixture().stopped));
-    instance.isValid();
+    instance.probeConfiguration();
     instance.refresh();
     if (instance.serverStatus() != ServerStatusStopped)
         state.SkipWithError("server not seen stopped");

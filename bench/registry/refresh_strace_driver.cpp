@@ -54,8 +54,8 @@ int main() {
 
     CorvantaInstance runningInstance(QString::fromStdString(running));
     CorvantaInstance stoppedInstance(QString::fromStdString(stopped));
-    runningInstance.isValid();
-    stoppedInstance.isValid();
+    runningInstance.probeConfiguration();
+    stoppedInstance.probeConfiguration();
     runningInstance.refresh();
     stoppedInstance.refresh();
 

@@ -10,7 +10,7 @@ TEST_F(ConfigProbe, OnlyARegularIniReachedThroughTheDirectoryMakesItValid) {
     const QString link = at("via-link"), real = Paths::resolveSymlinks(tmp.path());
     makeLink(dir, link);
     CorvantaInstance record(link);
-    ASSERT_TRUE(record.isValid());
+    ASSERT_TRUE(record.probeConfiguration());
     struct stat probed {};
     ASSERT_EQ(::stat(local(dir + "/corvanta.ini"), &probed), 0);
     const struct timespec sameTime[2] = {probed.st_mtim, probed.st_mtim};
@@ -32,8 +32,8 @@ TEST_F(ConfigProbe, OnlyARegularIniReachedThroughTheDirectoryMakesItValid) {
         removePath(link);
         makeLink(at(target), link);
         log.clear();
-        EXPECT_EQ(record.isValid(), valid) << target;
-        EXPECT_EQ(CorvantaInstance(link).isValid(), valid) << target;
+        EXPECT_EQ(record.probeConfiguration(), valid) << target;
+        EXPECT_EQ(CorvantaInstance(link).probeConfiguration(), valid) << target;
         EXPECT_EQ(log, message.isEmpty() ? QStringList() : QStringList({message, message}));
     }
 }
@@ -48,14 +48,14 @@ TEST_F(ConfigProbe, FirstDatabaseSectionIsCachedByFullPrecisionModificationTimeU
                       name + "\n[database]\nlockfile = /wrong.lck\n");
         const struct timespec times[2] = {{1700000000, nanoseconds}, {1700000000, nanoseconds}};
         EXPECT_EQ(::utimensat(AT_FDCWD, local(ini), times, 0), 0);
-        EXPECT_TRUE(instance.isValid());
+        EXPECT_TRUE(instance.probeConfiguration());
         return lockPathOf(instance, candidates);
     };
     EXPECT_EQ(edit("one.lck", 100), dir + "/one.lck");
     EXPECT_EQ(edit("two.lck", 100), dir + "/one.lck");  // same time to the nanosecond: unnoticed
     EXPECT_EQ(edit("two.lck", 101), dir + "/two.lck");
     removePath(ini);
-    EXPECT_FALSE(instance.isValid());
+    EXPECT_FALSE(instance.probeConfiguration());
     EXPECT_EQ(lockPathOf(instance, candidates), dir + "/two.lck");  // known paths kept
 }
 

@@ -26,7 +26,7 @@ public:
     void SetUp() override {
         ::chmod(local(tmp.path()), 0755);  // reachable for an unprivileged child
         makeInstance(dir);
-        ASSERT_TRUE(instance.isValid());
+        ASSERT_TRUE(instance.probeConfiguration());
     }
     bool refreshUntil(qint32 status) {
         const auto reached = [&] { return instance.refresh(), instance.serverStatus() == status; };

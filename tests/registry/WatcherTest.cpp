@@ -7,7 +7,7 @@ class Watcher : public InstanceTest {
 protected:
     void SetUp() override {
         InstanceTest::SetUp();
-        record->isValid();
+        record->probeConfiguration();
         record->refresh();
         watcher.watch({record});
         QObject::connect(&watcher, &InstanceWatcher::refreshed,
