@@ -40,7 +40,6 @@ struct StatusItem : ::testing::Test {
             GTEST_SKIP() << "no dbus-daemon";
         quit->setShortcut(Qt::Key_Q);
         menu.addAction(u"Start Default Instance"_s)->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_S);
-        QObject::connect(&menu, &QMenu::triggered, [this] { ++triggered; });
         first = std::make_unique<Watcher>(bus.address, u"first"_s);
         item = std::make_unique<StatusNotifierItem>(menu, itemBus);
         ASSERT_TRUE(item->registerItem());
@@ -72,7 +71,6 @@ struct StatusItem : ::testing::Test {
     QDBusConnection host = QDBusConnection::connectToBus(bus.address, u"host"_s);
     QMenu menu;
     QAction *quit = menu.addAction(u"Quit Corvanta Monitor"_s);
-    int triggered = 0;
     std::unique_ptr<Watcher> first;
     std::unique_ptr<StatusNotifierItem> item;
 };
@@ -88,10 +86,10 @@ TEST_F(StatusItem, RegistersByItsUniqueNameWithEveryNewWatcherEvenWithoutAGap) {
     EXPECT_EQ(second.registered, QStringList{itemBus.baseService()});
 }
 
+// The icon's name is read in e2e.wayland_tray.
 TEST_F(StatusItem, AnswersWhatHostsAskBeforeDrawingAndClicking) {
     item->setIcon(makeStatusIcon(IconState::Running), statusIconName(IconState::Running, true), {},
                   statusIconDescription(IconState::Running));
-    EXPECT_EQ(property(u"IconName"_s).toString(), u"corvanta-monitor-running-symbolic"_s);
     EXPECT_EQ(property(u"IconAccessibleDesc"_s).toString(),
               u"Corvanta Monitor: the default instance is running"_s);
     EXPECT_EQ(property(u"AttentionAccessibleDesc"_s), property(u"IconAccessibleDesc"_s));
@@ -114,6 +112,7 @@ TEST_F(StatusItem, AnswersWhatHostsAskBeforeDrawingAndClicking) {
     EXPECT_FALSE(qEnvironmentVariableIsSet("XDG_ACTIVATION_TOKEN"));
 }
 
+// A click on a known item reaches the menu in e2e.wayland_tray, through the host's menu library.
 TEST_F(StatusItem, MenuExportsShortcutsAndRefusesUnknownItems) {
     const QDBusMessage layout = menuCall(u"GetLayout"_s, {0, 1, QStringList{u"shortcut"_s}});
     ASSERT_EQ(layout.type(), QDBusMessage::ReplyMessage);
@@ -140,8 +139,6 @@ TEST_F(StatusItem, MenuExportsShortcutsAndRefusesUnknownItems) {
         EXPECT_EQ(menuCall(method, args).type(), QDBusMessage::ErrorMessage)
             << method.toStdString();
     }
-    menuCall(u"Event"_s, {1, u"clicked"_s, QVariant::fromValue(QDBusVariant(0)), 0u});
-    EXPECT_TRUE(QTest::qWaitFor([&] { return triggered == 1; }, 10000));
 }
 
 int main(int argc, char **argv) {

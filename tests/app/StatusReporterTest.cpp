@@ -132,8 +132,6 @@ protected:
         writeFile(dir + u"/corvanta.ini"_s, {});
         model.setSearchPaths({home});
         watch.setStopTimeout(std::chrono::milliseconds(300));
-        QObject::connect(&watch, &StatusReporter::iconStateChanged,
-                         [this](IconState state) { icons.append(state); });
         model.rescan();
         record = model.instances().value(0);
         ASSERT_TRUE(record);
@@ -171,24 +169,19 @@ protected:
                              return confirmAnswer;
                          }};
     CorvantaInstancePtr record;
-    QList<IconState> icons;
 };
 
+// The notification's wording, the icon and the reaping are e2e.tray's; here its action, and no
+// second word from a kill over a stale lock file or with notifications switched off.
 TEST_F(StatusReporting, ServerKilledFromOutsideIsToldOnceWithItsSignalUnlessSwitchedOff) {
-    EXPECT_EQ(watch.iconState(), IconState::Stopped);
-    start("CORVANTA_STANDIN_LOCK_DELAY_MS", "1000");  // long enough to be seen starting
+    start("CORVANTA_STANDIN_PORT", "0");
     ASSERT_TRUE(reaches(ServerStatusRunning));
-    const qint32 pid = record->pid();
-    ::kill(pid, SIGKILL);
+    ::kill(record->pid(), SIGKILL);
     ASSERT_TRUE(reaches(ServerStatusStopped));
-    EXPECT_TRUE(gone(pid));
-    EXPECT_EQ(desktop.shown,
-              QStringList{u"Default Instance stopped | The server was killed by signal 9. | "
-                          "open-log"_s});
+    ASSERT_EQ(desktop.shown.size(), 1);
+    EXPECT_TRUE(desktop.shown[0].endsWith(u"killed by signal 9. | open-log"_s));
     desktop.answers[0](u"open-log"_s);
     EXPECT_EQ(desktop.opened, QStringList{dir + u"/corvanta.log"_s});
-    EXPECT_EQ(icons, QList<IconState>({IconState::Stopped, IconState::Transition,
-                                       IconState::Running, IconState::Stopped}));
 
     // The killed server's lock file is still there: until the new server writes its own, the
     // record follows the dead pid it names, and reads as stopped. That is no stop to tell.

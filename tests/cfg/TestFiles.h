@@ -1,6 +1,5 @@
 // Scratch directories and whole-file reads and writes for the cfg tests.
-#ifndef CORVANTA_TESTS_CFG_TESTFILES_H
-#define CORVANTA_TESTS_CFG_TESTFILES_H
+#pragma once
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -29,5 +28,3 @@ inline std::string readFile(const std::string &path) {
 inline long openDescriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
-
-#endif  // CORVANTA_TESTS_CFG_TESTFILES_H

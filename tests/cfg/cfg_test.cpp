@@ -62,16 +62,8 @@ struct Image {
     }
 };
 
-std::string hex(const unsigned char *d) {
-    char s[33];
-    for (int i = 0; i < 16; ++i) {
-        snprintf(s + 2 * i, 3, "%02x", d[i]);
-    }
-    return s;
-}
-
 // Fed in random chunks of up to 149 bytes.
-std::string md5Hex(std::string_view data, std::mt19937 &rng) {
+std::string md5(std::string_view data, std::mt19937 &rng) {
     ZEM_MD5Context ctx;
     ZEM_MD5Init(&ctx);
     for (size_t done = 0, chunk; done < data.size(); done += chunk) {
@@ -80,7 +72,7 @@ std::string md5Hex(std::string_view data, std::mt19937 &rng) {
     }
     unsigned char d[16];
     ZEM_MD5Final(d, &ctx);
-    return hex(d);
+    return std::string(d, d + 16);
 }
 
 // Lengths 0-129 cross the 55/56/64-byte padding edges; offsets 0-7 make the input unaligned.
@@ -93,7 +85,7 @@ TEST(Md5, MatchesOpenSslOnRandomUnalignedInputInRandomChunks) {
         const std::string_view data(buf.data() + round % 8, len);
         unsigned char ref[EVP_MAX_MD_SIZE];
         ASSERT_EQ(EVP_Digest(data.data(), len, ref, nullptr, EVP_md5(), nullptr), 1);
-        ASSERT_EQ(md5Hex(data, rng), hex(ref)) << "length " << len;
+        ASSERT_EQ(md5(data, rng), std::string(ref, ref + 16)) << "length " << len;
     }
 }
 
@@ -115,8 +107,6 @@ TEST(CfgParse, KeySectionValueCommentLinesLineEndsAndNulBytes) {
         {"[ name ] ;note\n[name] junk\n", "<name> ~ ~ <note>\n<name> ~ ~ ~\n"},
         {"[name\n[ ]\n[]\n", ""},
         {"[a];c\n  [b]\n[x] ; spaced  \n", "<a> ~ ~ <c>\n<b> ~ ~ ~\n<x> ~ ~ < spaced>\n"},
-        {"a=1\nb=2\n", ab},
-        {"a=1\r\nb=2\r\n", ab},
         {"a=1\rb=2\x1a", ab},
         {"\r\n\r\n\n\032\032a=1\r\n\r\n\032b=2", ab},
         {"\n\r\n   \n\t\f\na=1 \t\nb=2\f\n", ab},

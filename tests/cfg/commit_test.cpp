@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -39,98 +40,81 @@ std::vector<std::string> names(const std::string &dir) {
     return found;
 }
 
-// Marks the handle modified without changing its text, then commits it.
-int recommit(ZEM_CfgHandle *h) {
-    if (ZEM_Cfg_write(h, "big", "k0000000", std::string(72, h->entries[1].value[0]).c_str()) != 0) {
-        return -1;
+// The exit status of `body` run in a forked child.
+int inChild(const std::function<int()> &body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(body());
     }
-    return ZEM_Cfg_commit(h);
-}
-
-// Two handles on one path, one loaded from each text; the file ends up
-// holding a. Each commit of either writes its own text.
-struct Versions {
-    ZEM_CfgHandle *a = nullptr, *b = nullptr;
-    Versions(const std::string &path, const std::string &textA, const std::string &textB) {
-        writeFile(path, textB);
-        EXPECT_EQ(ZEM_Cfg_init(&b, path.c_str()), 0);
-        writeFile(path, textA);
-        EXPECT_EQ(ZEM_Cfg_init(&a, path.c_str()), 0);
-    }
-    ~Versions() {
-        ZEM_Cfg_done(a);
-        ZEM_Cfg_done(b);
-    }
-
-    // In a child: commits b and a in turn until killed, writing one byte to
-    // `done` after each commit.
-    [[noreturn]] void alternate(int done) const {
-        for (int i = 0;; ++i) {
-            if (recommit(i % 2 ? a : b) != 0 || write(done, "+", 1) != 1) {
-                _exit(3);
-            }
-        }
-    }
-};
-
-int exitStatus(pid_t child) {
     int status = 0;
     return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// A handle on a file; set() writes one key of section "s" and commits.
+struct Edit {
+    ZEM_CfgHandle *h = nullptr;
+    explicit Edit(const std::string &path) { ZEM_Cfg_init(&h, path.c_str()); }
+    ~Edit() { ZEM_Cfg_done(h); }
+    int set(const std::string &value, const std::string &id = "k") const {
+        return h && ZEM_Cfg_write(h, "s", id.c_str(), value.c_str()) == 0 ? ZEM_Cfg_commit(h) : -2;
+    }
+};
+
+// Each round lets a few more commits finish and kills the child in the next
+// one, wherever it has got to.
 TEST(CfgCommit, ACommitKilledAtAnyPointLeavesTheOldFileOrTheNewOne) {
     TempDir dir;
     const std::string path = dir.file("big.ini");
-    const std::string a = layoutText(4 << 20, 'a'), b = layoutText(4 << 20, 'b');
-    // Each round lets a few more commits finish and kills the child in the
-    // next one, wherever it has got to.
+    const std::string text[2] = {layoutText(4 << 20, 'a'), layoutText(4 << 20, 'b')};
     for (int finished = 1; finished <= 6; ++finished) {
-        const Versions versions(path, a, b);
-        int pipeFds[2];
-        ASSERT_EQ(pipe2(pipeFds, O_CLOEXEC), 0);
+        int fds[2];
+        ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
         const pid_t child = fork();
         ASSERT_GE(child, 0);
-        if (child == 0) {
-            close(pipeFds[0]);
-            versions.alternate(pipeFds[1]);
+        if (child == 0) {  // a handle per text, committed in turn, a byte to the pipe after each
+            ZEM_CfgHandle *h[2] = {};
+            for (const int i : {1, 0}) {
+                writeFile(path, text[i]);
+                ZEM_Cfg_init(&h[i], path.c_str());
+            }
+            for (int i = 1;; i ^= 1) {  // marked modified by a write of the value it holds
+                if (!h[i] ||
+                    ZEM_Cfg_write(h[i], "big", "k0000000", text[i].substr(17, 72).c_str()) ||
+                    ZEM_Cfg_commit(h[i]) || write(fds[1], "+", 1) != 1) {
+                    _exit(3);
+                }
+            }
         }
-        close(pipeFds[1]);
+        close(fds[1]);
         char byte;
         for (int i = 0; i < finished; ++i) {
-            ASSERT_EQ(read(pipeFds[0], &byte, 1), 1) << "the committing child failed";
+            ASSERT_EQ(read(fds[0], &byte, 1), 1) << "the committing child failed";
         }
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
-        close(pipeFds[0]);
+        close(fds[0]);
         const std::string left = readFile(path);
-        EXPECT_TRUE(left == a || left == b)
+        EXPECT_TRUE(left == text[0] || left == text[1])
             << "after " << finished << " commits the file holds " << left.size() << " bytes";
     }
-}
-
-// In a child whose file size limit is 64 KiB (its signal ignored): 0 when the
-// commit fails with EFBIG and keeps the handle modified.
-int commitUnderFileSizeLimit(const std::string &path, const std::string &value) {
-    const pid_t child = fork();
-    if (child == 0) {
-        const rlimit limit{64 << 10, 64 << 10};
-        signal(SIGXFSZ, SIG_IGN);
-        ZEM_CfgHandle *h = nullptr;
-        if (setrlimit(RLIMIT_FSIZE, &limit) != 0 || ZEM_Cfg_init(&h, path.c_str()) != 0 ||
-            ZEM_Cfg_write(h, "s", "k", value.c_str()) != 0) {
-            _exit(2);
-        }
-        const int rc = ZEM_Cfg_commit(h);
-        _exit(rc == -1 && errno == EFBIG && h->modified ? 0 : 3);
-    }
-    return exitStatus(child);
 }
 
 TEST(CfgCommit, AFailedCommitKeepsTheFileTheEditsAndNoTemporaryFile) {
     TempDir dir;
     const std::string path = dir.file("keep.ini"), original = "; mine\n[s]\nk   =  old\n";
     writeFile(path, original);
-    EXPECT_EQ(commitUnderFileSizeLimit(path, std::string(100000, 'v')), 0);
+    // A file size limit of 64 KiB, its signal ignored.
+    EXPECT_EQ(inChild([&] {
+                  const rlimit limit{64 << 10, 64 << 10};
+                  signal(SIGXFSZ, SIG_IGN);
+                  const Edit edit(path);
+                  return setrlimit(RLIMIT_FSIZE, &limit) == 0 &&
+                                 edit.set(std::string(100000, 'v')) == -1 && errno == EFBIG &&
+                                 edit.h->modified
+                             ? 0
+                             : 3;
+              }),
+              0);
     EXPECT_EQ(readFile(path), original);
     EXPECT_EQ(names(dir.path), std::vector<std::string>{"keep.ini"});
 
@@ -138,17 +122,14 @@ TEST(CfgCommit, AFailedCommitKeepsTheFileTheEditsAndNoTemporaryFile) {
     const std::string sub = dir.file("sub"), gone = sub + "/gone.ini";
     ASSERT_EQ(mkdir(sub.c_str(), 0700), 0);
     writeFile(gone, original);
-    ZEM_CfgHandle *h = nullptr;
-    ASSERT_EQ(ZEM_Cfg_init(&h, gone.c_str()), 0);
+    const Edit edit(gone);
     std::filesystem::remove_all(sub);
     const long before = openDescriptors();
-    ASSERT_EQ(ZEM_Cfg_write(h, "s", "k", "new"), 0);
     errno = 0;
-    EXPECT_EQ(ZEM_Cfg_commit(h), -1);
+    EXPECT_EQ(edit.set("new"), -1);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_NE(h->modified, 0);
+    EXPECT_NE(edit.h->modified, 0);
     EXPECT_EQ(openDescriptors(), before);
-    ZEM_Cfg_done(h);
 }
 
 TEST(CfgCommit, ALinkStaysALinkToTheReplacedFileWhoseModeIsKept) {
@@ -159,21 +140,15 @@ TEST(CfgCommit, ALinkStaysALinkToTheReplacedFileWhoseModeIsKept) {
     ASSERT_EQ(chmod(real.c_str(), 0640), 0);
     ASSERT_EQ(symlink("real/settings.ini", dir.file("link.ini").c_str()), 0);
     ASSERT_EQ(symlink(dir.file("link.ini").c_str(), dir.file("chain.ini").c_str()), 0);
-    struct stat old {};
+    struct stat old {
+    }, now{};
     ASSERT_EQ(stat(real.c_str(), &old), 0);
-
-    ZEM_CfgHandle *h = nullptr;
-    ASSERT_EQ(ZEM_Cfg_init(&h, dir.file("chain.ini").c_str()), 0);
-    ASSERT_EQ(ZEM_Cfg_write(h, "s", "k", "new"), 0);
-    EXPECT_EQ(ZEM_Cfg_commit(h), 0);
-    EXPECT_EQ(ZEM_Cfg_refresh(h), 0);
-    ZEM_Cfg_done(h);
-
+    const Edit edit(dir.file("chain.ini"));
+    EXPECT_EQ(edit.set("new"), 0);
+    EXPECT_EQ(ZEM_Cfg_refresh(edit.h), 0);
     EXPECT_EQ(readFile(real), "[s]\nk = new\n");
-    EXPECT_TRUE(std::filesystem::is_symlink(dir.file("link.ini")));
     EXPECT_EQ(std::filesystem::read_symlink(dir.file("link.ini")), "real/settings.ini");
     EXPECT_TRUE(std::filesystem::is_symlink(dir.file("chain.ini")));
-    struct stat now {};
     ASSERT_EQ(stat(real.c_str(), &now), 0);
     EXPECT_EQ(now.st_mode & 07777, 0640u);
     EXPECT_NE(now.st_ino, old.st_ino);  // replaced, not rewritten
@@ -186,7 +161,8 @@ TEST(CfgCommit, AFileInADirectoryWithoutWriteAccessIsRewrittenInPlace) {
     TempDir dir;
     const std::string path = dir.file("settings.ini");
     writeFile(path, "[s]\nk = an old value longer than the new one\n");
-    struct stat old {};
+    struct stat old {
+    }, now{};
     ASSERT_EQ(stat(path.c_str(), &old), 0);
     const uid_t nobody = 65534;
     if (geteuid() == 0) {  // root writes anywhere: commit as someone else
@@ -194,20 +170,16 @@ TEST(CfgCommit, AFileInADirectoryWithoutWriteAccessIsRewrittenInPlace) {
         ASSERT_EQ(chown(path.c_str(), nobody, nobody), 0);
     }
     ASSERT_EQ(chmod(dir.path.c_str(), 0555), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ZEM_CfgHandle *h = nullptr;
-        if ((geteuid() == 0 && (setgid(nobody) != 0 || setuid(nobody) != 0)) ||
-            ZEM_Cfg_init(&h, path.c_str()) != 0 || ZEM_Cfg_write(h, "s", "k", "new") != 0) {
-            _exit(2);
-        }
-        _exit(ZEM_Cfg_commit(h) == 0 && ZEM_Cfg_refresh(h) == 0 ? 0 : 3);
-    }
-    EXPECT_EQ(exitStatus(child), 0);
+    EXPECT_EQ(inChild([&] {
+                  if (geteuid() == 0 && (setgid(nobody) != 0 || setuid(nobody) != 0)) {
+                      return 2;
+                  }
+                  const Edit edit(path);
+                  return edit.set("new") == 0 && ZEM_Cfg_refresh(edit.h) == 0 ? 0 : 3;
+              }),
+              0);
     chmod(dir.path.c_str(), 0700);
     EXPECT_EQ(readFile(path), "[s]\nk = new\n");
-    struct stat now {};
     ASSERT_EQ(stat(path.c_str(), &now), 0);
     EXPECT_EQ(now.st_ino, old.st_ino);
 }
@@ -218,19 +190,17 @@ TEST(CfgCommit, LinesAndValuesOfAnyLengthAreWrittenWholeAndReadBack) {
         TempDir dir;
         const std::string path = dir.file("long.ini"), comment(length, 'c'), value(length, 'v');
         writeFile(path, ";" + comment + "\n[s]\n");
-        ZEM_CfgHandle *h = nullptr;
-        ASSERT_EQ(ZEM_Cfg_init(&h, path.c_str()), 0);
-        ASSERT_EQ(ZEM_Cfg_write(h, "s", "k", value.c_str()), 0);
-        ASSERT_EQ(ZEM_Cfg_write(h, "s", std::string(length, 'i').c_str(), "x"), 0);
-        EXPECT_EQ(ZEM_Cfg_commit(h), 0);
-        EXPECT_EQ(ZEM_Cfg_refresh(h), 0);  // the digest covers exactly what was written
-        ZEM_Cfg_done(h);
+        {
+            const Edit edit(path);
+            ASSERT_EQ(edit.set(value), 0);
+            ASSERT_EQ(edit.set("x", std::string(length, 'i')), 0);
+            EXPECT_EQ(ZEM_Cfg_refresh(edit.h), 0);  // the digest covers exactly what was written
+        }
         EXPECT_EQ(readFile(path), ";" + comment + "\n[s]\nk" + std::string(length - 1, ' ') +
                                       " = " + value + "\n" + std::string(length, 'i') + " = x\n");
-        ASSERT_EQ(ZEM_Cfg_init(&h, path.c_str()), 0);
-        ASSERT_EQ(ZEM_Cfg_find(h, "s", "k"), 0);
-        EXPECT_EQ(h->value, value);
-        ZEM_Cfg_done(h);
+        const Edit reread(path);
+        ASSERT_EQ(ZEM_Cfg_find(reread.h, "s", "k"), 0);
+        EXPECT_EQ(reread.h->value, value);
     }
 }
 
