@@ -290,6 +290,8 @@ TEST_F(TrayMenu, ClickOnIconOpensTheMenuOrRaisesTheConfirmation) {
     EXPECT_TRUE(menu->screen()->availableGeometry().contains(opened));
     EXPECT_TRUE(timerRunning());
     menu->hide();
+    EXPECT_FALSE(clickIcon(u"wayland"));  // the host shows its own menu there
+    EXPECT_FALSE(menu->isVisible());
     for (int i = 1; i < 60; ++i) {
         EXPECT_TRUE(QDir(home + u"/i%1"_s.arg(i)).removeRecursively());
     }
@@ -359,6 +361,7 @@ TEST_F(TrayMenu, ServerStartsAndStopsOnlyWhenConfirmed) {
         menu->actions().first()->trigger();
         EXPECT_FALSE(confirming());
         seen += open().section(u'\n', 0, 0) + u'\n';
+        EXPECT_TRUE(timerRunning());
     }
     EXPECT_EQ(seen, u"+ Start Default Instance\n+ Stop Default Instance\n"_s);
     const QString ask =
