@@ -30,14 +30,14 @@ QColor badgeColour(IconState state) {
     return QColor(0xd8, 0xd8, 0xd8);
 }
 
-void drawBadge(QPainter &painter, const QRectF &area, IconState state, bool monochrome) {
+void drawBadge(QPainter &painter, const QRectF &area, IconState state) {
     const qreal size = area.width();
     const qreal rim = std::max(1.0, size / 9.0);
     painter.setPen(QPen(kRim, rim));
     painter.setBrush(kDisc);
     painter.drawEllipse(area.adjusted(rim / 2, rim / 2, -rim / 2, -rim / 2));
 
-    const QColor ink = monochrome ? QColor(Qt::white) : badgeColour(state);
+    const QColor ink = badgeColour(state);
     const qreal pad = rim + size * (size < 12 ? 0.04 : 0.1);
     const QRectF inner = area.adjusted(pad, pad, -pad, -pad);
     const qreal line = std::max(1.25, size / 6.0);
@@ -114,7 +114,7 @@ QByteArray symbolicStatusIcon(IconState state) {
 
 }  // namespace
 
-QPixmap drawStatusIcon(int size, IconState state, qreal devicePixelRatio, bool monochrome) {
+QPixmap drawStatusIcon(int size, IconState state, qreal devicePixelRatio) {
     QPixmap pixmap(qRound(size * devicePixelRatio), qRound(size * devicePixelRatio));
     pixmap.setDevicePixelRatio(devicePixelRatio);
     pixmap.fill(Qt::transparent);
@@ -143,7 +143,7 @@ QPixmap drawStatusIcon(int size, IconState state, qreal devicePixelRatio, bool m
 
     // Small icons get a larger share for the badge, so its shape stays legible.
     const qreal badge = std::round(size * (size <= 24 ? 0.66 : 0.56));
-    drawBadge(painter, QRectF(size - badge, size - badge, badge, badge), state, monochrome);
+    drawBadge(painter, QRectF(size - badge, size - badge, badge, badge), state);
     return pixmap;
 }
 

@@ -15,10 +15,9 @@ enum class IconState {
 // reads on light and dark panels alike, with a badge at the lower right whose
 // shape (not only its colour) tells the state; the unknown state's badge is a
 // question mark. Drawn as strokes rather than from a font, so it looks the
-// same wherever fonts are missing or odd. `monochrome` draws the badge in the
-// letter's white. The pixmap has size * devicePixelRatio pixels.
-QPixmap drawStatusIcon(int size, IconState state = IconState::Unknown, qreal devicePixelRatio = 1,
-                       bool monochrome = false);
+// same wherever fonts are missing or odd. The pixmap has size *
+// devicePixelRatio pixels.
+QPixmap drawStatusIcon(int size, IconState state = IconState::Unknown, qreal devicePixelRatio = 1);
 QIcon makeStatusIcon(IconState state = IconState::Unknown);
 
 // The state in words, for screen readers and hosts that show no icon.

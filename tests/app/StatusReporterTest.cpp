@@ -7,6 +7,7 @@
 
 #include <QApplication>
 #include <QImage>
+#include <QImageReader>
 #include <QRegularExpression>
 #include <QTest>
 
@@ -104,16 +105,21 @@ TEST(LogTail, LastLinesOfABoundedReadAndNothingFromOtherFiles) {
     EXPECT_EQ(readLogTail(tmp.path(), 4096, 5), QString());
 }
 
-// Each state differs from every other by its badge's shape: the monochrome form has nothing else.
+// Each state differs from every other by its badge's shape, also in the one-colour variant.
 TEST(StatusIconStates, DifferByShapeAtEverySize) {
+    QTemporaryDir dir;
+    ASSERT_TRUE(writeStatusIcons(dir.path(), 64));
     for (const int size : {16, 22, 32, 48}) {
-        for (const bool mono : {false, true}) {
+        for (const bool symbolic : {false, true}) {
             QList<QImage> drawn;
             for (const IconState state : {IconState::Unknown, IconState::Stopped,
                                           IconState::Transition, IconState::Running}) {
-                drawn << drawStatusIcon(size, state, 1, mono).toImage();
-                EXPECT_EQ(drawn.last().size(), QSize(size, size));
-                EXPECT_EQ(drawn.count(drawn.last()), 1) << size << ' ' << int(state) << ' ' << mono;
+                QImageReader svg(dir.filePath(statusIconName(state, true) + u".svg"_s));
+                svg.setScaledSize({size, size});
+                drawn << (symbolic ? svg.read() : drawStatusIcon(size, state).toImage());
+                EXPECT_EQ(drawn.last().size(), QSize(size, size))
+                    << svg.errorString().toStdString();
+                EXPECT_EQ(drawn.count(drawn.last()), 1) << size << ' ' << int(state) << symbolic;
             }
         }
     }
