@@ -3,8 +3,8 @@
 #include "app/common/Output.h"
 #include "registry/CorvantaManager.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <QSaveFile>
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -153,38 +153,12 @@ bool MetricsFile::write(const QByteArray &text, QString *error) {
     if (!mayReplace(error)) {
         return false;
     }
-    const QByteArray path = _path.toUtf8();
-    // Not ending in the collector's suffix, so it is never read half-written.
-    QByteArray temporary = path + ".XXXXXX";
-    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) {
-        *error = tr("cannot write %1: %2").arg(_path, systemError());
-        return false;
-    }
-    // mkostemp's file is private; a collector runs as another user, so the
-    // mode is what a plain creation would give.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    int failure = ::fchmod(fd, 0666 & ~mask) == 0 ? 0 : errno;
-    for (qsizetype at = 0; failure == 0 && at < text.size();) {
-        const ssize_t n = ::write(fd, text.constData() + at, size_t(text.size() - at));
-        if (n > 0) {
-            at += n;
-        } else if (n == 0 || errno != EINTR) {
-            failure = n == 0 ? EIO : errno;
-        }
-    }
-    // No fsync: the file is made again from live state at every change and
-    // every start, so a crash loses nothing that matters.
-    if (::close(fd) != 0 && failure == 0) {
-        failure = errno;
-    }
-    if (failure == 0 && ::rename(temporary.constData(), path.constData()) != 0) {
-        failure = errno;
-    }
-    if (failure != 0) {
-        *error = tr("cannot write %1: %2").arg(_path, systemError(failure));
-        ::unlink(temporary.constData());  // ours: mkostemp made it
+    // Renames over the file mayReplace() accepted. Its temporary name ends
+    // in a random suffix, never in the collector's ".prom", so a half-written
+    // file is never read.
+    QSaveFile file(_path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit()) {
+        *error = tr("cannot write %1: %2").arg(_path, file.errorString());
         return false;
     }
     _written = Paths::identityOf(_path);
