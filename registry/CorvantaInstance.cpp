@@ -16,41 +16,15 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 
 namespace {
 
 const QString kConfigName = QStringLiteral("corvanta.ini");
 const QString kServerName = QStringLiteral("corvanta");
 
-// The wait statuses of reaped children, by pid, until the record of that pid
-// asks: the probe reaps whichever child ended, often on behalf of another
-// record. Bounded; the oldest go first.
-constexpr qsizetype kReapedLimit = 64;
-QList<std::pair<qint32, int>> &reapedChildren() {
-    static QList<std::pair<qint32, int>> reaped;
-    return reaped;
-}
-
-void rememberReaped(qint32 pid, int status) {
-    QList<std::pair<qint32, int>> &reaped = reapedChildren();
-    reaped.removeIf([pid](const auto &entry) { return entry.first == pid; });
-    if (reaped.size() >= kReapedLimit) {
-        reaped.removeFirst();
-    }
-    reaped.append({pid, status});
-}
-
-std::optional<int> takeReaped(qint32 pid) {
-    QList<std::pair<qint32, int>> &reaped = reapedChildren();
-    for (qsizetype i = 0; i < reaped.size(); ++i) {
-        if (reaped[i].first == pid) {
-            const int status = reaped[i].second;
-            reaped.removeAt(i);
-            return status;
-        }
-    }
-    return std::nullopt;
-}
+// How long an empty lock file counts as one a server is writing.
+constexpr double kLockWriteSeconds = 2;
 
 // A configuration this large is not a server's: it is not handed to the
 // parser (which reads whole files) and the defaults apply.
@@ -118,13 +92,26 @@ QString CorvantaInstance::directory() const {
 }
 
 qint32 CorvantaInstance::pidValueFromLockFile() const {
+    return readLockFile().pid;
+}
+
+CorvantaInstance::LockRead CorvantaInstance::readLockFile() const {
     if (!_lckFile) {
-        return 0;
+        return {};
     }
     const QString &path = *_lckFile;
     const auto target = Paths::attributesOfTarget(_nativeLckFile);
     if (!target || target->isDirectory()) {
-        return 0;
+        return {};
+    }
+    // Created but its pid not written yet: a server starting, whose write
+    // is the lock file's next event.
+    struct timespec now {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    const double age = double(now.tv_sec - target->mtime.tv_sec) +
+                       double(now.tv_nsec - target->mtime.tv_nsec) / 1e9;
+    if (target->isRegular() && target->size == 0 && age >= 0 && age < kLockWriteSeconds) {
+        return {0, target, {}, true};
     }
     QByteArray text;
     QString error;
@@ -136,14 +123,26 @@ qint32 CorvantaInstance::pidValueFromLockFile() const {
     }
     if (!error.isEmpty()) {
         systemLog(QStringLiteral("Error reading %1: %2").arg(path, error));
-        return 0;
+        return {};
     }
     const LockFile::PidResult parsed = LockFile::parsePid(text.constData(), size_t(text.size()));
     if (parsed.kind != LockFile::PidParse::Pid) {
-        systemLog(QStringLiteral("Malformed .lck file %1").arg(path));
-        return 0;
+        if (isNewFault(*target, text)) {
+            systemLog(QStringLiteral("Malformed .lck file %1").arg(path));
+        }
+        return {};
     }
-    return parsed.pid;
+    return {parsed.pid, target, text, false};
+}
+
+bool CorvantaInstance::isNewFault(const Paths::ItemInfo &file, const QByteArray &text) const {
+    // The text too: two writes within one tick of the file system's clock
+    // leave the same time.
+    if (_faultSeen && _faultSeen->file.isSameVersion(file) && _faultSeen->text == text) {
+        return false;
+    }
+    _faultSeen = {file, text};
+    return true;
 }
 
 namespace {
@@ -235,16 +234,19 @@ void CorvantaInstance::refresh() {
     if (_launchedPid != 0 && _launchedPid != known) {
         claimExitStatus(_launchedPid);
     }
-    _pid = pidValueFromLockFile();
+    const LockRead lock = readLockFile();
+    _pid = lock.pid;
     if (_pid != 0) {
         if (isRunning(_pid)) {
             setStatus(ServerStatusRunning);
             return;
         }
-        systemLog(QStringLiteral("stale .lck file detected: %1").arg(*_lckFile));
+        if (isNewFault(*lock.file, lock.text)) {
+            systemLog(QStringLiteral("stale .lck file detected: %1").arg(*_lckFile));
+        }
     }
     _leftLockFile = _pid != 0;
-    setStatus(ServerStatusStopped);
+    setStatus(lock.beingWritten ? ServerStatusUnknown : ServerStatusStopped);
     if (!isValid()) {
         _entryStatus = EntryStatusInvalid;
     }

@@ -62,6 +62,17 @@ public:
     void processEnded(qint32 pid) { _endedPid = pid; }
 
 private:
+    // The lock file as last read: its pid (0 for none), the file and its
+    // text, and whether it is one a server has only just created, empty.
+    struct LockRead {
+        qint32 pid = 0;
+        std::optional<Paths::ItemInfo> file;
+        QByteArray text;
+        bool beingWritten = false;
+    };
+    LockRead readLockFile() const;
+    // A stale or malformed lock file is told once per version of it.
+    bool isNewFault(const Paths::ItemInfo &file, const QByteArray &text) const;
     void setLockFile(const QString &path);
     void claimExitStatus(qint32 pid);
 
@@ -77,6 +88,11 @@ private:
     qint32 _launchedPid = 0;
     mutable qint32 _endedPid = 0;
     std::optional<struct timespec> _cacheTime;
+    struct Fault {
+        Paths::ItemInfo file;
+        QByteArray text;
+    };
+    mutable std::optional<Fault> _faultSeen;
     bool _leftLockFile = false;
     bool _isDefault = false;
     qint32 _entryStatus = EntryStatusNew;

@@ -29,7 +29,7 @@ void CorvantaManager::watchDirectory(const QString &path) {
     }
 }
 
-QList<CorvantaInstancePtr> CorvantaManager::allInstances() {
+QList<CorvantaInstancePtr> CorvantaManager::discoveredInstances() {
     // Walk by index: a failing directory leaves the list (every occurrence)
     // while the walk goes on over the rest.
     qsizetype i = 0;
@@ -51,9 +51,12 @@ QList<CorvantaInstancePtr> CorvantaManager::allInstances() {
         }
         ++i;
     }
+    return _instances.values();
+}
 
+QList<CorvantaInstancePtr> CorvantaManager::allInstances() {
     // A snapshot: the loop removes from the cache.
-    const QList<CorvantaInstancePtr> snapshot = _instances.values();
+    const QList<CorvantaInstancePtr> snapshot = discoveredInstances();
     QList<CorvantaInstancePtr> result;
     result.reserve(snapshot.size());
     for (const CorvantaInstancePtr &instance : snapshot) {

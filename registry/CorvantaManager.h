@@ -19,6 +19,9 @@ public:
     // Rescans, refreshes every cached record, drops invalid ones; ordered by
     // directory path.
     QList<CorvantaInstancePtr> allInstances();
+    // Rescans without refreshing: for a caller that refreshes only the
+    // records it reports on.
+    QList<CorvantaInstancePtr> discoveredInstances();
 
     const QStringList &searchPaths() const { return _searchPaths; }
 

@@ -99,3 +99,35 @@ pid_t launchDetached(const QByteArray &executable, const QList<QByteArray> &argu
     }
     ::_exit(1);
 }
+
+namespace {
+
+// Bounded; the oldest go first.
+constexpr qsizetype kReapedLimit = 64;
+QList<std::pair<qint32, int>> &reapedChildren() {
+    static QList<std::pair<qint32, int>> reaped;
+    return reaped;
+}
+
+}  // namespace
+
+void rememberReaped(qint32 pid, int status) {
+    QList<std::pair<qint32, int>> &reaped = reapedChildren();
+    reaped.removeIf([pid](const auto &entry) { return entry.first == pid; });
+    if (reaped.size() >= kReapedLimit) {
+        reaped.removeFirst();
+    }
+    reaped.append({pid, status});
+}
+
+std::optional<int> takeReaped(qint32 pid) {
+    QList<std::pair<qint32, int>> &reaped = reapedChildren();
+    for (qsizetype i = 0; i < reaped.size(); ++i) {
+        if (reaped[i].first == pid) {
+            const int status = reaped[i].second;
+            reaped.removeAt(i);
+            return status;
+        }
+    }
+    return std::nullopt;
+}

@@ -5,6 +5,8 @@
 
 #include <sys/types.h>
 
+#include <optional>
+
 // Starts a detached process: new session, working directory `directory`,
 // standard input, output and error on /dev/null, descriptors 0 to 31 closed
 // before that (every descriptor this program opens is close-on-exec, so none
@@ -24,3 +26,9 @@ pid_t launchDetached(const QByteArray &executable, const QList<QByteArray> &argu
 
 // The paths execve tries for `executable`, in order (exposed for tests).
 QList<QByteArray> executableCandidates(const QByteArray &executable, const char *pathVariable);
+
+// The wait statuses of reaped children, by pid, until the record of that pid
+// asks: a probe reaps whichever child ended, often on behalf of another
+// record.
+void rememberReaped(qint32 pid, int status);
+std::optional<int> takeReaped(qint32 pid);

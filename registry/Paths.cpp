@@ -106,6 +106,8 @@ ItemInfo fromStat(const struct stat &st) {
     info.type = st.st_mode & S_IFMT;
     info.mtime = st.st_mtim;
     info.size = st.st_size;
+    info.device = st.st_dev;
+    info.inode = st.st_ino;
     return info;
 }
 

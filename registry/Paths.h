@@ -38,9 +38,16 @@ struct ItemInfo {
     mode_t type = 0;           // S_IFMT bits
     struct timespec mtime {};  // full precision
     off_t size = 0;
+    dev_t device = 0;
+    ino_t inode = 0;
 
     bool isRegular() const { return type == S_IFREG; }
     bool isDirectory() const { return type == S_IFDIR; }
+    // The same file with the same contents, as far as a stat can tell.
+    bool isSameVersion(const ItemInfo &other) const {
+        return device == other.device && inode == other.inode && size == other.size &&
+               mtime.tv_sec == other.mtime.tv_sec && mtime.tv_nsec == other.mtime.tv_nsec;
+    }
 };
 
 // lstat: the item itself, a final symbolic link is not followed.

@@ -63,7 +63,7 @@ public:
     }
 
     int start() {
-        // The listing has just refreshed it: this is the live state.
+        // Refreshed just now: this is the live state.
         if (_instance.serverStatus() == ServerStatusRunning) {
             return finish(tr("%1 is already running (pid %2)."));
         }
@@ -187,16 +187,19 @@ public:
     }
 };
 
+// The instance asked about is the only one refreshed: another's stale lock
+// file is no business of this command.
 int runOnInstance(const CommandRequest &request, const QString &home,
                   int (InstanceCommand::*action)()) {
     CorvantaManager manager;
     manager.addSearchPath(home);
-    const QList<CorvantaInstancePtr> instances = manager.allInstances();
+    const QList<CorvantaInstancePtr> instances = manager.discoveredInstances();
     const InstanceLookup lookup = InstanceLookup::find(instances, request.instance);
     if (!lookup.instance) {
         printError(lookup.error);
         return ExitNoSuchInstance;
     }
+    lookup.instance->refresh();
     InstanceCommand command(*lookup.instance, request,
                             lookup.instance == chooseDefaultInstance(instances));
     return (command.*action)();

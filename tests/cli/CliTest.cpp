@@ -120,6 +120,7 @@ protected:
 };
 
 TEST_F(Commands, AnswerWithTheirExitStatus) {
+    writeFile(at(u"other/a/corvanta.lck"_s), "2147483647\n");  // stale: told only about a
     check({
         {"list", 0,
          "^INSTANCE +DEFAULT +STATE +PID +NAME +DIRECTORY +LOG\n"
@@ -137,7 +138,9 @@ TEST_F(Commands, AnswerWithTheirExitStatus) {
         {"start @/other", 4, "^$", "^corvanta-monitor: no such instance: @/other\n$"},
         {"--home @/other status", 4, "^$",
          "^corvanta-monitor: no default instance among 2 instances; name one\n$"},
-        {"--home @/other list", 0, "\na +- +stopped .*\nb +- +stopped", "^$"},
+        {"--home @/other list", 0, "\na +- +stopped .*\nb +- +stopped",
+         "^corvanta-monitor: stale .lck file detected: @/other/a/corvanta.lck\n$"},
+        {"--home @/other status b", 3, "\nb +- +stopped", "^$"},
         {"--home @/inst/database status", 3, "\ndatabase +yes", "^$"},
         {"frobnicate", 2, "^$", "^corvanta-monitor: unknown command 'frobnicate'\n"},
         {"stop a b", 2, "^$", "too many arguments for stop\n"},

@@ -83,6 +83,33 @@ TEST_P(Refresh, FollowsTheTransitionTableAndRefusesStartOrStopOutOfTurn) {
 INSTANTIATE_TEST_SUITE_P(Transitions, Refresh, ::testing::ValuesIn(kTransitions),
                          [](const auto &info) { return std::string(std::get<0>(info.param)); });
 
+// A faulty lock file is told when first seen and again once it changes; an empty one younger
+// than two seconds is a server writing it: no fault, and not known to be stopped.
+TEST_F(InstanceTest, LockFileFaultsAreToldOncePerVersion) {
+    const struct {
+        const char *content;  // nullptr: left as it is
+        int age;              // of its mtime, in seconds
+        qint32 status;
+        const char *log;
+    } steps[] = {
+        {"2147483647", 10, Stopped, kStale}, {nullptr, 0, Stopped, ""},
+        {"2147483647", 20, Stopped, kStale}, {"", 0, Unknown, ""},
+        {nullptr, 0, Unknown, ""},           {"", 5, Stopped, kMalformed},
+        {nullptr, 0, Stopped, ""},           {"x", 5, Stopped, kMalformed},
+    };
+    for (const auto &step : steps) {
+        if (step.content) {
+            writeFile(lock, step.content);
+            const timespec times[] = {{0, UTIME_OMIT}, {std::time(nullptr) - step.age, 0}};
+            ASSERT_EQ(::utimensat(AT_FDCWD, local(lock), times, 0), 0);
+        }
+        log.clear();
+        instance.refresh();
+        EXPECT_EQ(instance.serverStatus(), step.status) << step.content;
+        EXPECT_EQ(log.join('\n'), QString(step.log).replace("$L", lock));
+    }
+}
+
 TEST(IsRunning, NoProcessIdBelowOneIsEverRunning) {
     EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(0));
     EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(-1));  // kill(-1, 0) reaches everything

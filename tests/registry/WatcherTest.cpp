@@ -32,19 +32,24 @@ protected:
 };
 
 // A server of someone else's, in a directory replaced under the watch: learnt through its lock
-// file appearing and vanishing, until the directory goes and its watch is released.
+// file appearing (empty at first), being written and vanishing, until the directory goes and its
+// watch is released.
 TEST_F(Watcher, ForeignServerIsFollowedThroughAReplacedDirectoryUntilItGoes) {
     const QString moved = at("moved");
     ASSERT_EQ(::rename(local(dir), local(moved)), 0);
     makeInstance(dir);  // a new directory in its place
     ProcessGuard foreign{forkSleeper()};
+    writeFile(lock, "");  // created, its pid not written yet
+    ASSERT_TRUE(reaches(record, ServerStatusUnknown));
     writeFile(lock, QByteArray::number(foreign.pid) + "\n");
     ASSERT_TRUE(reaches(record, ServerStatusRunning));
     EXPECT_EQ(record->pid(), foreign.pid);
     foreign.end();  // reaped: we are its parent here, as its owner would be
     QFile::remove(lock);
     ASSERT_TRUE(reaches(record, ServerStatusStopped));
-    EXPECT_EQ(changes(), QList<qint32>({ServerStatusRunning, ServerStatusStopped}));
+    EXPECT_EQ(changes(),
+              QList<qint32>({ServerStatusUnknown, ServerStatusRunning, ServerStatusStopped}));
+    EXPECT_TRUE(log.filter("Malformed").isEmpty());
     EXPECT_FALSE(record->lastExitStatus().has_value());  // not ours to know
     removePath(dir);
     removePath(moved);
