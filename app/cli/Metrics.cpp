@@ -2,6 +2,7 @@
 
 #include "app/common/Output.h"
 #include "registry/CorvantaManager.h"
+#include "registry/ProcStat.h"
 
 #include <QSaveFile>
 
@@ -55,14 +56,7 @@ std::optional<qulonglong> bootTime() {
     if (!Paths::readAsciiPrefix(QStringLiteral("/proc/stat"), &stat, &error, kProcStatLimit)) {
         return std::nullopt;
     }
-    const qsizetype at = stat.indexOf("\nbtime ");
-    if (at < 0) {
-        return std::nullopt;
-    }
-    const qsizetype from = at + 7;
-    bool ok = false;
-    const qulonglong value = stat.mid(from, stat.indexOf('\n', from) - from).toULongLong(&ok);
-    return ok ? std::optional(value) : std::nullopt;
+    return ProcStat::bootTime(stat.constData(), size_t(stat.size()));
 }
 
 QString systemError(int error = errno) {
@@ -78,17 +72,13 @@ std::optional<double> processStartTime(qint32 pid) {
         !Paths::readAsciiPrefix(QStringLiteral("/proc/%1/stat").arg(pid), &stat, &error, 1024)) {
         return std::nullopt;
     }
-    // The name in parentheses may hold spaces; the fields after it start at
-    // the third, and the start time in clock ticks after boot is the 22nd.
-    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-    bool ok = false;
-    const qulonglong ticks = fields.size() > 19 ? fields.at(19).toULongLong(&ok) : 0;
+    const auto fields = ProcStat::parse(stat.constData(), size_t(stat.size()));
     const long hertz = ::sysconf(_SC_CLK_TCK);
     const std::optional<qulonglong> boot = bootTime();
-    if (!ok || hertz <= 0 || !boot) {
+    if (!fields || !fields->startTicks || hertz <= 0 || !boot) {
         return std::nullopt;
     }
-    return double(*boot) + double(ticks) / double(hertz);
+    return double(*boot) + double(*fields->startTicks) / double(hertz);
 }
 
 QByteArray prometheusText(const QList<InstanceReport> &reports, const StartTimeReader &startTime) {
