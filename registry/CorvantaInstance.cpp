@@ -3,6 +3,7 @@
 #include "Launch.h"
 #include "LockFile.h"
 #include "Paths.h"
+#include "ProcStat.h"
 #include "SystemLog.h"
 #include "cfg/cfg.h"
 
@@ -148,16 +149,16 @@ bool CorvantaInstance::isNewFault(const Paths::ItemInfo &file, const QByteArray 
 namespace {
 
 // Whether the process has ended and waits for its parent to reap it: its
-// state, after the name in parentheses, is Z (or X while being reaped). An
-// unreadable state says no; the still readable pidfd asks again.
+// state is Z (or X while being reaped). An unreadable state says no; the
+// still readable pidfd asks again.
 bool isZombie(qint32 pid) {
     QByteArray stat;
     QString error;
     if (!Paths::readAsciiPrefix(QStringLiteral("/proc/%1/stat").arg(pid), &stat, &error, 512)) {
         return false;
     }
-    const qsizetype end = stat.lastIndexOf(')');
-    return end >= 0 && stat.size() > end + 2 && (stat[end + 2] == 'Z' || stat[end + 2] == 'X');
+    const auto fields = ProcStat::parse(stat.constData(), size_t(stat.size()));
+    return fields && (fields->state == 'Z' || fields->state == 'X');
 }
 
 }  // namespace

@@ -2,9 +2,10 @@
 
 #include "app/common/Output.h"
 #include "registry/CorvantaManager.h"
+#include "registry/ProcStat.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <QSaveFile>
+
 #include <unistd.h>
 
 #include <cerrno>
@@ -55,14 +56,7 @@ std::optional<qulonglong> bootTime() {
     if (!Paths::readAsciiPrefix(QStringLiteral("/proc/stat"), &stat, &error, kProcStatLimit)) {
         return std::nullopt;
     }
-    const qsizetype at = stat.indexOf("\nbtime ");
-    if (at < 0) {
-        return std::nullopt;
-    }
-    const qsizetype from = at + 7;
-    bool ok = false;
-    const qulonglong value = stat.mid(from, stat.indexOf('\n', from) - from).toULongLong(&ok);
-    return ok ? std::optional(value) : std::nullopt;
+    return ProcStat::bootTime(stat.constData(), size_t(stat.size()));
 }
 
 QString systemError(int error = errno) {
@@ -78,17 +72,13 @@ std::optional<double> processStartTime(qint32 pid) {
         !Paths::readAsciiPrefix(QStringLiteral("/proc/%1/stat").arg(pid), &stat, &error, 1024)) {
         return std::nullopt;
     }
-    // The name in parentheses may hold spaces; the fields after it start at
-    // the third, and the start time in clock ticks after boot is the 22nd.
-    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-    bool ok = false;
-    const qulonglong ticks = fields.size() > 19 ? fields.at(19).toULongLong(&ok) : 0;
+    const auto fields = ProcStat::parse(stat.constData(), size_t(stat.size()));
     const long hertz = ::sysconf(_SC_CLK_TCK);
     const std::optional<qulonglong> boot = bootTime();
-    if (!ok || hertz <= 0 || !boot) {
+    if (!fields || !fields->startTicks || hertz <= 0 || !boot) {
         return std::nullopt;
     }
-    return double(*boot) + double(ticks) / double(hertz);
+    return double(*boot) + double(*fields->startTicks) / double(hertz);
 }
 
 QByteArray prometheusText(const QList<InstanceReport> &reports, const StartTimeReader &startTime) {
@@ -153,38 +143,12 @@ bool MetricsFile::write(const QByteArray &text, QString *error) {
     if (!mayReplace(error)) {
         return false;
     }
-    const QByteArray path = _path.toUtf8();
-    // Not ending in the collector's suffix, so it is never read half-written.
-    QByteArray temporary = path + ".XXXXXX";
-    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) {
-        *error = tr("cannot write %1: %2").arg(_path, systemError());
-        return false;
-    }
-    // mkostemp's file is private; a collector runs as another user, so the
-    // mode is what a plain creation would give.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    int failure = ::fchmod(fd, 0666 & ~mask) == 0 ? 0 : errno;
-    for (qsizetype at = 0; failure == 0 && at < text.size();) {
-        const ssize_t n = ::write(fd, text.constData() + at, size_t(text.size() - at));
-        if (n > 0) {
-            at += n;
-        } else if (n == 0 || errno != EINTR) {
-            failure = n == 0 ? EIO : errno;
-        }
-    }
-    // No fsync: the file is made again from live state at every change and
-    // every start, so a crash loses nothing that matters.
-    if (::close(fd) != 0 && failure == 0) {
-        failure = errno;
-    }
-    if (failure == 0 && ::rename(temporary.constData(), path.constData()) != 0) {
-        failure = errno;
-    }
-    if (failure != 0) {
-        *error = tr("cannot write %1: %2").arg(_path, systemError(failure));
-        ::unlink(temporary.constData());  // ours: mkostemp made it
+    // Renames over the file mayReplace() accepted. Its temporary name ends
+    // in a random suffix, never in the collector's ".prom", so a half-written
+    // file is never read.
+    QSaveFile file(_path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit()) {
+        *error = tr("cannot write %1: %2").arg(_path, file.errorString());
         return false;
     }
     _written = Paths::identityOf(_path);

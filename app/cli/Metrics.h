@@ -38,8 +38,8 @@ class MetricsFile {
 public:
     explicit MetricsFile(QString path) : _path(std::move(path)) {}
 
-    // Writes `text` to a new file beside the path and renames it into place,
-    // so a reader sees the old text or the new, never part of one. Refuses,
+    // Replaces the file with `text` as QSaveFile does, so a reader sees the
+    // old text or the new, never part of one. Refuses,
     // leaving it alone, an existing item that is not a regular file or not
     // empty and without kMetricsMarker: a file this program did not write.
     // Answers false with one line in `error` when nothing was replaced.

@@ -1,10 +1,12 @@
 #include "LinuxPlatform.h"
 
 #include "DesktopEntry.h"
+#include "app/common/ExclusiveFile.h"
 
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
+#include <QSaveFile>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -88,66 +90,25 @@ std::optional<QUrl> entryProgram(const QString &path, bool *switchedOff) {
     return XdgAutostartList::programUrl(QFile::decodeName(QByteArray::fromStdString(*program)));
 }
 
-bool writeAll(int fd, const std::string &data) {
-    std::size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = ::write(fd, data.data() + done, data.size() - done);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return false;
-        }
-        done += static_cast<std::size_t>(n);
-    }
-    return true;
-}
-
-enum class WriteResult { Written, NameTaken, Failed };
-
-// Writes a temporary file beside the target and renames it into place, so a
-// reader never sees half an entry. With `owner` an existing target is
+// A reader never sees half an entry. With `owner` an existing target is
 // replaced only if it still starts that program once the new text is ready;
 // without, an existing target is left alone and reported as taken.
-WriteResult writeAtomically(const QString &dir, const QString &target, const std::string &content,
-                            const QUrl *owner) {
-    QByteArray tmp = QFile::encodeName(
-        dir + QStringLiteral("/.%1.desktop.XXXXXX").arg(QLatin1String(EntryBaseName)));
-    const int fd = ::mkostemp(tmp.data(), O_CLOEXEC);
-    if (fd < 0) {
-        return WriteResult::Failed;
+ExclusiveWrite writeEntry(const QString &target, const std::string &content, const QUrl *owner) {
+    const QByteArray bytes = QByteArray::fromStdString(content);
+    if (!owner) {
+        return writeExclusively(
+            target, bytes,
+            QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther);
     }
-    bool ok = writeAll(fd, content) && ::fchmod(fd, 0644) == 0 && ::fsync(fd) == 0;
-    ok = (::close(fd) == 0) && ok;
-    if (!ok) {
-        ::unlink(tmp.constData());
-        return WriteResult::Failed;
+    QSaveFile file(target);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size()) {
+        return ExclusiveWrite::Failed;
     }
-    const QByteArray dest = QFile::encodeName(target);
-    int rc = 0;
-    if (owner) {
-        if (entryProgram(target, nullptr) != *owner) {
-            ::unlink(tmp.constData());
-            return WriteResult::NameTaken;
-        }
-        rc = ::rename(tmp.constData(), dest.constData());
-    } else {
-        rc = ::renameat2(AT_FDCWD, tmp.constData(), AT_FDCWD, dest.constData(), RENAME_NOREPLACE);
-        if (rc != 0 && (errno == EINVAL || errno == ENOSYS)) {
-            // File systems without RENAME_NOREPLACE: link() refuses an
-            // existing name just as well.
-            rc = ::link(tmp.constData(), dest.constData());
-            if (rc == 0) {
-                ::unlink(tmp.constData());
-            }
-        }
+    if (entryProgram(target, nullptr) != *owner) {
+        file.cancelWriting();  // the new text goes with the object
+        return ExclusiveWrite::NameTaken;
     }
-    const int err = errno;
-    if (rc != 0) {
-        ::unlink(tmp.constData());
-        return err == EEXIST ? WriteResult::NameTaken : WriteResult::Failed;
-    }
-    return WriteResult::Written;
+    return file.commit() ? ExclusiveWrite::Written : ExclusiveWrite::Failed;
 }
 
 std::string entryText(const QString &program, const QStringList &arguments) {
@@ -256,12 +217,12 @@ bool XdgAutostartList::insertFirst(const QUrl &programUrl, const QStringList &ar
         if (exists && (!S_ISREG(st.st_mode) || entryProgram(target, nullptr) != _identity)) {
             continue;
         }
-        switch (writeAtomically(_dir, target, content, exists ? &*_identity : nullptr)) {
-            case WriteResult::Written:
+        switch (writeEntry(target, content, exists ? &*_identity : nullptr)) {
+            case ExclusiveWrite::Written:
                 return true;
-            case WriteResult::NameTaken:
+            case ExclusiveWrite::NameTaken:
                 continue;
-            case WriteResult::Failed:
+            case ExclusiveWrite::Failed:
                 return false;
         }
     }
