@@ -86,14 +86,22 @@ inline QByteArray inChild(const std::function<QByteArray()> &body) {
     return out;
 }
 
-// A session bus of the test's own. `address` stays empty when no daemon could
-// be had (the caller skips); the daemon ends with the object.
+// A session bus of the test's own, with no services to start on demand: a
+// desktop's installed notification server must not answer for a test's.
+// `address` stays empty when no daemon could be had (the caller skips); the
+// daemon ends with the object.
 struct PrivateBus {
     PrivateBus() {
+        const QString config = dir.filePath(u"bus.conf"_s);
+        writeFile(config, "<busconfig><type>session</type><listen>unix:dir=" + dir.path().toUtf8() +
+                              "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                              "<allow send_destination=\"*\"/><allow own=\"*\"/></policy>"
+                              "</busconfig>");
         if (QStandardPaths::findExecutable(u"dbus-daemon"_s).isEmpty()) {
             return;
         }
-        daemon.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address=1"_s});
+        daemon.start(u"dbus-daemon"_s,
+                     {u"--config-file="_s + config, u"--nofork"_s, u"--print-address=1"_s});
         if (daemon.waitForStarted() &&
             QTest::qWaitFor([&] { return daemon.canReadLine(); }, 10000)) {
             address = QString::fromUtf8(daemon.readLine().trimmed());
@@ -103,6 +111,7 @@ struct PrivateBus {
         daemon.kill();
         daemon.waitForFinished();
     }
+    QTemporaryDir dir;
     QProcess daemon;
     QString address;
 };

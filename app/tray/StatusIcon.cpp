@@ -84,32 +84,36 @@ void drawBadge(QPainter &painter, const QRectF &area, IconState state) {
     }
 }
 
-// The same shapes in one colour on 16 units: the letter's ring opens wider
-// towards the badge, since no rim separates them.
+// The same shapes in one colour on 16 units, filled rather than stroked:
+// symbolic-icon hosts recolour fills only. The colour is a stylesheet's, as
+// desktops that restyle icons to their colour scheme expect; the letter's
+// ring opens wider towards the badge, since no rim separates them.
 QByteArray symbolicStatusIcon(IconState state) {
+    const QByteArray ring =
+        "M8.5 12a3.5 3.5 0 1 0 7 0a3.5 3.5 0 1 0-7 0ZM10 12a2 2 0 1 0 4 0a2 2 0 1 0-4 0Z";
     QByteArray badge;
     switch (state) {
         case IconState::Running:
             badge = R"(<circle cx="12" cy="12" r="3.5"/>)";
             break;
         case IconState::Stopped:
-            badge =
-                R"(<circle cx="12" cy="12" r="2.75" fill="none" stroke="#bebebe" stroke-width="1.5"/>)";
+            badge = R"(<path fill-rule="evenodd" d=")" + ring + R"("/>)";
             break;
         case IconState::Transition:
-            badge =
-                R"(<circle cx="12" cy="12" r="2.75" fill="none" stroke="#bebebe" stroke-width="1.5"/>)"
-                R"(<path d="M12 8.5A3.5 3.5 0 0 0 12 15.5Z"/>)";
+            badge = R"(<path fill-rule="evenodd" d=")" + ring +
+                    R"("/><path d="M12 8.5A3.5 3.5 0 0 0 12 15.5Z"/>)";
             break;
         case IconState::Unknown:
             badge =
-                R"(<path d="M10.3 10.3A1.8 1.8 0 1 1 12 12.3V13.4" fill="none" stroke="#bebebe" stroke-width="1.3"/>)"
-                R"(<circle cx="12" cy="15" r="0.8"/>)";
+                R"(<path d="M10.1 10A1.9 1.9 0 1 1 12 11.9L12 10.7A0.7 0.7 0 1 0 11.3 10Z"/>)"
+                R"(<rect x="11.4" y="11.3" width="1.2" height="1.6"/><circle cx="12" cy="14.3" r="0.75"/>)";
             break;
     }
-    return R"(<svg xmlns="http://www.w3.org/2000/svg" width="16" height="16" viewBox="0 0 16 16" fill="#bebebe">)"
-           R"(<path d="M8.83 3.17A4 4 0 1 0 7.37 9.76" fill="none" stroke="#bebebe" stroke-width="2"/>)" +
-           badge + "</svg>\n";
+    return R"(<svg xmlns="http://www.w3.org/2000/svg" width="16" height="16" viewBox="0 0 16 16">)"
+           R"(<style id="current-color-scheme">.ColorScheme-Text{color:#bebebe}</style>)"
+           R"(<g class="ColorScheme-Text" fill="currentColor">)"
+           R"(<path d="M9.536 2.464A5 5 0 1 0 7.71 10.698L7.026 8.819A3 3 0 1 1 8.121 3.879Z"/>)" +
+           badge + "</g></svg>\n";
 }
 
 }  // namespace
