@@ -95,7 +95,8 @@ struct PrivateBus {
         const QString config = dir.filePath(u"bus.conf"_s);
         writeFile(config, "<busconfig><type>session</type><listen>unix:dir=" + dir.path().toUtf8() +
                               "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
-                              "<allow send_destination=\"*\"/><allow own=\"*\"/></policy>"
+                              "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
+                              "<allow own=\"*\"/></policy>"
                               "</busconfig>");
         if (QStandardPaths::findExecutable(u"dbus-daemon"_s).isEmpty()) {
             return;
