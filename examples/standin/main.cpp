@@ -2,15 +2,13 @@
 // It is not a database server: it writes its lock file and log where the
 // instance's corvanta.ini says, serves one small page, and stops on signal 15.
 
+#include "Console.h"
 #include "cfg/cfg.h"
 
-#include <arpa/inet.h>
 #include <dirent.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -51,17 +49,6 @@ const char kHelp[] =
     "                                    whether it leads its session to path\n"
     "  CORVANTA_STANDIN_PORT=N           listen on port N instead of 8890\n"
     "                                    (0: do not listen)\n";
-
-const char kPage[] =
-    "<!DOCTYPE html>\n"
-    "<html><head><meta charset=\"utf-8\"><title>Corvanta Kelvarine</title></head>\n"
-    "<body><h1>Corvanta Kelvarine</h1>\n"
-    "<p>This is the stand-in server used for trying and testing the Corvanta\n"
-    "Monitor. There is no database behind it.</p></body></html>\n";
-
-constexpr size_t kRequestLimit = 4096;
-constexpr size_t kMaxClients = 16;
-constexpr int kClientTimeoutMs = 5000;
 
 volatile sig_atomic_t gStopSignal = 0;
 volatile sig_atomic_t gLockSignal = 0;
@@ -210,134 +197,6 @@ int64_t nowMs() {
     return int64_t(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
 }
 
-int openListener(long port) {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
-        return -1;
-    }
-    const int one = 1;
-    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(uint16_t(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 || ::listen(fd, 8) != 0) {
-        const int err = errno;
-        ::close(fd);
-        errno = err;
-        return -1;
-    }
-    return fd;
-}
-
-struct Client {
-    int fd;
-    int64_t deadline;
-    std::string request;
-};
-
-void sendAll(int fd, const std::string &data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = ::send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return;  // the client is gone or not reading; its socket closes next
-        }
-        done += size_t(n);
-    }
-}
-
-void respond(Client &client) {
-    const std::string firstLine = client.request.substr(0, client.request.find("\r\n"));
-    std::string status = "404 Not Found";
-    std::string body = "Not found\n";
-    std::string type = "text/plain";
-    if (firstLine.rfind("GET /kelvarine/ ", 0) == 0 || firstLine == "GET /kelvarine/") {
-        status = "200 OK";
-        body = kPage;
-        type = "text/html; charset=utf-8";
-    } else if (firstLine.rfind("GET ", 0) != 0) {
-        status = "405 Method Not Allowed";
-        body = "Method not allowed\n";
-    }
-    logLine("request \"" + firstLine.substr(0, 200) + "\" " + status.substr(0, 3));
-    sendAll(client.fd, "HTTP/1.0 " + status + "\r\nContent-Type: " + type + "\r\nContent-Length: " +
-                           std::to_string(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
-}
-
-int serve(int listener, int wakeRead) {
-    std::vector<Client> clients;
-    while (gStopSignal == 0) {
-        std::vector<pollfd> fds;
-        fds.push_back({wakeRead, POLLIN, 0});
-        if (listener >= 0 && clients.size() < kMaxClients) {
-            fds.push_back({listener, POLLIN, 0});
-        }
-        for (const Client &c : clients) {
-            fds.push_back({c.fd, POLLIN, 0});
-        }
-        const int64_t now = nowMs();
-        int timeout = -1;  // no client: wait for a connection or a signal
-        for (const Client &c : clients) {
-            const int remaining = int(std::max<int64_t>(0, c.deadline - now));
-            timeout = timeout < 0 ? remaining : std::min(timeout, remaining);
-        }
-        if (::poll(fds.data(), fds.size(), timeout) < 0 && errno != EINTR) {
-            return 1;
-        }
-        if (gStopSignal != 0) {
-            break;
-        }
-        for (const pollfd &p : fds) {
-            if (p.fd != listener || !(p.revents & POLLIN)) {
-                continue;
-            }
-            const int fd = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-            if (fd >= 0) {
-                clients.push_back({fd, nowMs() + kClientTimeoutMs, {}});
-            }
-        }
-        const int64_t after = nowMs();
-        for (auto it = clients.begin(); it != clients.end();) {
-            char buf[1024];
-            bool done = false;
-            const ssize_t n = ::recv(it->fd, buf, sizeof buf, 0);
-            if (n > 0) {
-                it->request.append(buf, size_t(n));
-                if (it->request.find("\r\n\r\n") != std::string::npos ||
-                    it->request.find("\n\n") != std::string::npos) {
-                    respond(*it);
-                    done = true;
-                } else if (it->request.size() > kRequestLimit) {
-                    logLine("request too large, connection closed");
-                    sendAll(it->fd,
-                            "HTTP/1.0 431 Request Header Fields Too Large\r\n"
-                            "Connection: close\r\nContent-Length: 0\r\n\r\n");
-                    done = true;
-                }
-            } else if (n == 0 || (errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
-                done = true;
-            }
-            if (!done && after >= it->deadline) {
-                done = true;
-            }
-            if (done) {
-                ::close(it->fd);
-                it = clients.erase(it);
-            } else {
-                ++it;
-            }
-        }
-    }
-    for (const Client &c : clients) {
-        ::close(c.fd);
-    }
-    return 0;
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -429,7 +288,7 @@ int main(int argc, char **argv) {
     const long port = envNumber("CORVANTA_STANDIN_PORT", 8890);
     int listener = -1;
     if (gStopSignal == 0 && port > 0 && port < 65536) {
-        listener = openListener(port);
+        listener = openConsoleListener(port);
         if (listener < 0) {
             logLine("port " + std::to_string(port) + " unavailable (" + std::strerror(errno) +
                     "), serving no page");
@@ -438,7 +297,7 @@ int main(int argc, char **argv) {
         }
     }
 
-    const int status = serve(listener, wake[0]);
+    const int status = serveConsole(listener, wake[0], gStopSignal, logLine);
     if (listener >= 0) {
         ::close(listener);
     }
