@@ -4,103 +4,41 @@
 <context>
     <name>Application</name>
     <message>
-        <location filename="../tray/Application.cpp" line="484"/>
-        <location filename="../tray/Application.cpp" line="501"/>
-        <source>Nordelix Corvanta</source>
-        <translation>Nordelix Corvanta</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="380"/>
-        <source>Start %1</source>
-        <translation>%1 starten</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="380"/>
-        <source>%1: Starting</source>
-        <translation>%1: Wird gestartet</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="380"/>
-        <source>Stop %1</source>
-        <translation>%1 beenden</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="380"/>
-        <source>%1: Stopping</source>
-        <translation>%1: Wird beendet</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="381"/>
-        <source>%1: Unknown</source>
-        <translation>%1: Unbekannt</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="265"/>
-        <source>No Corvanta Instances</source>
-        <translation>Keine Corvanta-Instanzen</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="292"/>
-        <source>Open Diagnostic Messages</source>
-        <translation>Diagnosemeldungen öffnen</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="294"/>
-        <source>Open Corvanta Kelvarine</source>
-        <translation>Corvanta Kelvarine öffnen</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="297"/>
-        <source>View Online Documentation</source>
-        <translation>Online-Dokumentation anzeigen</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="313"/>
-        <source>Start Corvanta Monitor at Login</source>
-        <translation>Corvanta Monitor bei der Anmeldung starten</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="319"/>
-        <source>Quit Corvanta Monitor</source>
-        <translation>Corvanta Monitor beenden</translation>
-    </message>
-    <message>
-        <location filename="../tray/Application.cpp" line="120"/>
+        <location filename="../tray/Application.cpp" line="75"/>
         <source>Do you want to start the %1?</source>
         <translation>Möchten Sie die %1 starten?</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="120"/>
+        <location filename="../tray/Application.cpp" line="75"/>
         <source>Do you want to stop the %1?</source>
         <translation>Möchten Sie die %1 beenden?</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="123"/>
+        <location filename="../tray/Application.cpp" line="78"/>
         <source>This will start up a Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird eine Corvanta-Instanz im Verzeichnis
 %1 gestartet.</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="124"/>
+        <location filename="../tray/Application.cpp" line="79"/>
         <source>This will stop the Corvanta instance in directory
 %1.</source>
         <translation>Dadurch wird die Corvanta-Instanz im Verzeichnis
 %1 beendet.</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="126"/>
+        <location filename="../tray/Application.cpp" line="81"/>
         <source>Start</source>
         <translation>Starten</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="126"/>
+        <location filename="../tray/Application.cpp" line="81"/>
         <source>Stop</source>
         <translation>Beenden</translation>
     </message>
     <message>
-        <location filename="../tray/Application.cpp" line="127"/>
-        <location filename="../tray/Application.cpp" line="336"/>
+        <location filename="../tray/Application.cpp" line="91"/>
         <source>Cancel</source>
         <translation>Abbrechen</translation>
     </message>
@@ -197,36 +135,36 @@ Exit-Status: 0 Erfolg, 1 Fehler, 2 Aufruffehler, 3 läuft nicht,
 </translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="226"/>
+        <location filename="../cli/Commands.cpp" line="229"/>
         <source>every instance, in the menu&apos;s order</source>
         <translation>jede Instanz, in der Reihenfolge des Menüs</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="228"/>
+        <location filename="../cli/Commands.cpp" line="231"/>
         <source>one instance; exit status 3 when its
 server is not running</source>
         <translation>eine Instanz; Exit-Status 3, wenn ihr
 Server nicht läuft</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="232"/>
+        <location filename="../cli/Commands.cpp" line="235"/>
         <source>start its server</source>
         <translation>ihren Server starten</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="234"/>
+        <location filename="../cli/Commands.cpp" line="237"/>
         <source>stop its server</source>
         <translation>ihren Server beenden</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="236"/>
+        <location filename="../cli/Commands.cpp" line="239"/>
         <source>every instance, or one, then each
 change until interrupted</source>
         <translation>jede Instanz oder eine, dann jede
 Änderung bis zur Unterbrechung</translation>
     </message>
     <message>
-        <location filename="../cli/Commands.cpp" line="240"/>
+        <location filename="../cli/Commands.cpp" line="243"/>
         <source>every instance in the Prometheus
 text format</source>
         <translation>jede Instanz im Prometheus-Textformat</translation>
@@ -270,12 +208,12 @@ text format</source>
 <context>
     <name>CorvantaInstance</name>
     <message>
-        <location filename="../../registry/CorvantaInstance.cpp" line="111"/>
+        <location filename="../../registry/CorvantaInstance.cpp" line="86"/>
         <source>Default Instance</source>
         <translation>Standardinstanz</translation>
     </message>
     <message>
-        <location filename="../../registry/CorvantaInstance.cpp" line="113"/>
+        <location filename="../../registry/CorvantaInstance.cpp" line="88"/>
         <source>Instance &apos;%1&apos;</source>
         <translation>Instanz „%1“</translation>
     </message>
@@ -464,7 +402,7 @@ text format</source>
 <context>
     <name>MessageBoxPrompt</name>
     <message>
-        <location filename="../tray/MessageBoxPrompt.cpp" line="33"/>
+        <location filename="../tray/MessageBoxPrompt.cpp" line="34"/>
         <source>Corvanta Monitor</source>
         <translation>Corvanta Monitor</translation>
     </message>
@@ -472,18 +410,17 @@ text format</source>
 <context>
     <name>MetricsFile</name>
     <message>
-        <location filename="../cli/Metrics.cpp" line="138"/>
+        <location filename="../cli/Metrics.cpp" line="128"/>
         <source>%1 is not a regular file; not replacing it</source>
         <translation>%1 ist keine reguläre Datei; sie wird nicht ersetzt</translation>
     </message>
     <message>
-        <location filename="../cli/Metrics.cpp" line="146"/>
+        <location filename="../cli/Metrics.cpp" line="136"/>
         <source>%1 was not written by corvanta-monitor; not replacing it</source>
         <translation>%1 wurde nicht von corvanta-monitor geschrieben; sie wird nicht ersetzt</translation>
     </message>
     <message>
-        <location filename="../cli/Metrics.cpp" line="161"/>
-        <location filename="../cli/Metrics.cpp" line="186"/>
+        <location filename="../cli/Metrics.cpp" line="151"/>
         <source>cannot write %1: %2</source>
         <translation>%1 kann nicht geschrieben werden: %2</translation>
     </message>
@@ -491,20 +428,90 @@ text format</source>
 <context>
     <name>StatusIcon</name>
     <message>
+        <location filename="../tray/StatusIcon.cpp" line="166"/>
         <source>Corvanta Monitor: the default instance is running</source>
         <translation>Corvanta Monitor: Die Standardinstanz läuft</translation>
     </message>
     <message>
+        <location filename="../tray/StatusIcon.cpp" line="169"/>
         <source>Corvanta Monitor: the default instance is stopped</source>
         <translation>Corvanta Monitor: Die Standardinstanz ist angehalten</translation>
     </message>
     <message>
+        <location filename="../tray/StatusIcon.cpp" line="172"/>
         <source>Corvanta Monitor: the default instance is starting or stopping</source>
         <translation>Corvanta Monitor: Die Standardinstanz startet oder hält an</translation>
     </message>
     <message>
+        <location filename="../tray/StatusIcon.cpp" line="177"/>
         <source>Corvanta Monitor: the default instance&apos;s state is unknown</source>
         <translation>Corvanta Monitor: Der Zustand der Standardinstanz ist unbekannt</translation>
+    </message>
+</context>
+<context>
+    <name>StatusItem</name>
+    <message>
+        <location filename="../tray/StatusItem.cpp" line="12"/>
+        <source>Nordelix Corvanta</source>
+        <translation>Nordelix Corvanta</translation>
+    </message>
+</context>
+<context>
+    <name>StatusMenu</name>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="210"/>
+        <source>No Corvanta Instances</source>
+        <translation>Keine Corvanta-Instanzen</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="231"/>
+        <source>Open Diagnostic Messages</source>
+        <translation>Diagnosemeldungen öffnen</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="233"/>
+        <source>Open Corvanta Kelvarine</source>
+        <translation>Corvanta Kelvarine öffnen</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="236"/>
+        <source>View Online Documentation</source>
+        <translation>Online-Dokumentation anzeigen</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="252"/>
+        <source>Start Corvanta Monitor at Login</source>
+        <translation>Corvanta Monitor bei der Anmeldung starten</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="257"/>
+        <source>Quit Corvanta Monitor</source>
+        <translation>Corvanta Monitor beenden</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="266"/>
+        <source>Start %1</source>
+        <translation>%1 starten</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="266"/>
+        <source>%1: Starting</source>
+        <translation>%1: Wird gestartet</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="266"/>
+        <source>Stop %1</source>
+        <translation>%1 beenden</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="266"/>
+        <source>%1: Stopping</source>
+        <translation>%1: Wird beendet</translation>
+    </message>
+    <message>
+        <location filename="../tray/StatusMenu.cpp" line="267"/>
+        <source>%1: Unknown</source>
+        <translation>%1: Unbekannt</translation>
     </message>
 </context>
 <context>
@@ -525,48 +532,48 @@ text format</source>
         <translation>Der Server wurde beendet; sein Exit-Status ist Corvanta Monitor nicht bekannt.</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="184"/>
+        <location filename="../tray/StatusReporter.cpp" line="188"/>
         <source>%1 stopped</source>
         <translation>%1 wurde beendet</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="186"/>
+        <location filename="../tray/StatusReporter.cpp" line="190"/>
         <source>%1 failed to start</source>
         <translation>%1 konnte nicht gestartet werden</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="189"/>
+        <location filename="../tray/StatusReporter.cpp" line="193"/>
         <source>Last lines of its log:</source>
         <translation>Letzte Zeilen des Protokolls:</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="194"/>
+        <location filename="../tray/StatusReporter.cpp" line="198"/>
         <source>Open Log</source>
         <translation>Protokoll öffnen</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="225"/>
+        <location filename="../tray/StatusReporter.cpp" line="229"/>
         <source>%1 has not stopped</source>
         <translation>%1 wurde nicht beendet</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="226"/>
+        <location filename="../tray/StatusReporter.cpp" line="230"/>
         <source>The server is still running %1 seconds after it was asked to stop.</source>
         <translation>Der Server läuft %1 Sekunden nach der Aufforderung zum Beenden noch immer.</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="228"/>
-        <location filename="../tray/StatusReporter.cpp" line="242"/>
+        <location filename="../tray/StatusReporter.cpp" line="232"/>
+        <location filename="../tray/StatusReporter.cpp" line="246"/>
         <source>Force Stop</source>
         <translation>Beenden erzwingen</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="237"/>
+        <location filename="../tray/StatusReporter.cpp" line="241"/>
         <source>Do you want to force the %1 to stop?</source>
         <translation>Möchten Sie das Beenden der %1 erzwingen?</translation>
     </message>
     <message>
-        <location filename="../tray/StatusReporter.cpp" line="238"/>
+        <location filename="../tray/StatusReporter.cpp" line="242"/>
         <source>This sends signal 9 to process %1 in directory
 %2. The server cannot finish its work first.</source>
         <translation>Dadurch wird Signal 9 an Prozess %1 im Verzeichnis
@@ -584,33 +591,33 @@ text format</source>
 <context>
     <name>Watch</name>
     <message>
-        <location filename="../cli/Metrics.cpp" line="216"/>
-        <location filename="../cli/Watch.cpp" line="159"/>
+        <location filename="../cli/Metrics.cpp" line="180"/>
+        <location filename="../cli/Watch.cpp" line="137"/>
         <source>cannot write the output: %1</source>
         <translation>die Ausgabe kann nicht geschrieben werden: %1</translation>
     </message>
     <message>
-        <location filename="../cli/Watch.cpp" line="195"/>
+        <location filename="../cli/Watch.cpp" line="173"/>
         <source>%1 %2 %3</source>
         <translation>%1 %2 %3</translation>
     </message>
     <message>
-        <location filename="../cli/Watch.cpp" line="198"/>
+        <location filename="../cli/Watch.cpp" line="176"/>
         <source>%1 %2 %3 -&gt; %4</source>
         <translation>%1 %2 %3 -&gt; %4</translation>
     </message>
     <message>
-        <location filename="../cli/Watch.cpp" line="203"/>
+        <location filename="../cli/Watch.cpp" line="181"/>
         <source>%1 %2 appeared: %3</source>
         <translation>%1 %2 erschienen: %3</translation>
     </message>
     <message>
-        <location filename="../cli/Watch.cpp" line="207"/>
+        <location filename="../cli/Watch.cpp" line="185"/>
         <source>%1 %2 disappeared</source>
         <translation>%1 %2 verschwunden</translation>
     </message>
     <message>
-        <location filename="../cli/Watch.cpp" line="211"/>
+        <location filename="../cli/Watch.cpp" line="189"/>
         <source> (pid %1)</source>
         <translation> (PID %1)</translation>
     </message>
