@@ -15,40 +15,27 @@ struct Recorded : Notifier {
     QStringList lines;
 };
 
-// A private session bus with the recorder on it, started and ended by the test.
-class Notifications : public ::testing::Test {
-protected:
-    void SetUp() override {
-        if (bus.address.isEmpty())
-            GTEST_SKIP() << "no dbus-daemon";
-        address = bus.address;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("DBUS_SESSION_BUS_ADDRESS", address);
-        recorder.setProcessEnvironment(env);
-        recorder.start(NOTIFICATION_RECORDER, {tmp.filePath("shown"), "--invoke-first-action"});
-        ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.canReadLine(); }, 10000));
-        ASSERT_EQ(recorder.readLine(), "ready\n");
-    }
-    void TearDown() override {
-        QDBusConnection::disconnectFromBus("test");
-        recorder.kill();
-        recorder.waitForFinished();
-    }
-    QString shown() { return QString::fromUtf8(readFile(tmp.filePath("shown"))); }
-
-    PrivateBus bus;
-    QTemporaryDir tmp;
-    QProcess recorder;
-    QString address;
-    Recorded fallback;
-};
-
 }  // namespace
 
-// Once the service has gone, the fallback shows what it would have.
-TEST_F(Notifications, NotificationsReachTheServiceAndItsActionsComeBackOrTheFallbackShowsThem) {
+// The recorder is the service on a private bus; once it has gone, the fallback shows what it
+// would have.
+TEST(Notifications, NotificationsReachTheServiceAndItsActionsComeBackOrTheFallbackShowsThem) {
+    PrivateBus bus;
+    if (bus.address.isEmpty())
+        GTEST_SKIP() << "no dbus-daemon";
+    QTemporaryDir tmp;
+    QProcess recorder;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("DBUS_SESSION_BUS_ADDRESS", bus.address);
+    recorder.setProcessEnvironment(env);
+    recorder.start(NOTIFICATION_RECORDER, {tmp.filePath("shown"), "--invoke-first-action"});
+    ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.canReadLine(); }, 10000));
+    ASSERT_EQ(recorder.readLine(), "ready\n");
+    const auto shown = [&] { return readFile(tmp.filePath("shown")); };
+
     QGuiApplication::setDesktopFileName("com.nordelix.CorvantaMonitor");
-    DBusNotifier notifier(QDBusConnection::connectToBus(address, "test"));
+    Recorded fallback;
+    DBusNotifier notifier(QDBusConnection::connectToBus(bus.address, "test"));
     notifier.setFallback(&fallback);
     QStringList chosen;
     notifier.notify("Default Instance stopped", "The server was killed by signal 9.\nmore",

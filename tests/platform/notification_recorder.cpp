@@ -1,8 +1,7 @@
 // A notification server for tests: owns org.freedesktop.Notifications on the session bus,
-// appends "title | body | action keys | desktop-entry hint" per notification to FILE (line breaks
-// in the body as
-// "\n"), and with --invoke-first-action answers each at once with its first action. Prints
-// "ready" once it owns the name.
+// appends "title | body | action keys | desktop-entry hint" per notification to FILE (line
+// breaks in the body as "\n"), and with --invoke-first-action answers each at once with its
+// first action. Prints "ready" once it owns the name.
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -46,7 +45,6 @@ public slots:
         }
         return id;
     }
-    void CloseNotification(uint id) { emit NotificationClosed(id, 3); }
 
 signals:
     void ActionInvoked(uint id, const QString &key);
