@@ -1,6 +1,5 @@
 #include "app/platform/LinuxPlatform.h"
 #include "app/platform/SingleInstance.h"
-#include "app/tray/StartAtLogin.h"
 
 #include <QGuiApplication>
 #include <QLocalSocket>
@@ -63,49 +62,40 @@ TEST_F(PlatformTest, SingleInstanceTakesOverAStaleSocketAndRefusesASecondWhileAl
     EXPECT_TRUE(SingleInstance(name).acquire());
 }
 
-// This xdg-open blocks on its FIFO and records its arguments only once
-// released, so an opener that waited for it would fail. The timeout only
-// ends that deadlock in a failing run; a passing one never comes near it.
-const char *const kHeldXdgOpen =
-    "#!/bin/sh\ntimeout 120 sh -c 'read go <\"$1\"' sh \"$0.go\"\n"
-    "printf '%s\\n' \"$@\" >\"$0.tmp\" && mv \"$0.tmp\" \"$0.rec\"\n";
-
-// Opens the FIFO's writing end once the script holds its reading end (until
-// then the open fails with ENXIO), which releases the script.
-bool release(const QString &script) {
-    const int fd =
-        ::open(QFile::encodeName(script + ".go").constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    const bool written = ::write(fd, "go\n", 3) == 3;
-    ::close(fd);
-    return written;
-}
-
-QByteArray releaseAndRead(const QString &script) {
-    EXPECT_TRUE(QTest::qWaitFor([&] { return release(script); }, 20000));
-    EXPECT_TRUE(QTest::qWaitFor([&] { return QFile::exists(script + ".rec"); }, 20000));
-    const QByteArray recorded = readFile(script + ".rec");
-    QFile::remove(script + ".rec");
-    return recorded;
-}
-
+// This xdg-open blocks on its FIFO and records its arguments only once released, so an opener
+// that waited for it would fail. The timeout only ends that deadlock in a failing run.
 TEST_F(PlatformTest, OpenerHandsUrlsAndFilesToXdgOpenWithoutWaiting) {
     if (QGuiApplication::platformName() != u"xcb") {
         GTEST_SKIP() << "only desktop platforms hand URLs on; ctest runs this on Xvfb";
     }
     const QString script = program("fake", "xdg-open");
-    writeFile(script, kHeldXdgOpen);
-    ASSERT_EQ(::mkfifo(QFile::encodeName(script + ".go").constData(), 0600), 0);
-    const auto noneLeftWaiting = qScopeGuard([&] { release(script); });
+    writeFile(script,
+              "#!/bin/sh\ntimeout 120 sh -c 'read go <\"$1\"' sh \"$0.go\"\n"
+              "printf '%s\\n' \"$@\" >\"$0.tmp\" && mv \"$0.tmp\" \"$0.rec\"\n");
+    const QByteArray fifo = QFile::encodeName(script + ".go");
+    ASSERT_EQ(::mkfifo(fifo.constData(), 0600), 0);
+    // The writing end opens once the script holds the reading end (ENXIO until then).
+    const auto release = [&] {
+        const int fd = ::open(fifo.constData(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        const bool written = fd >= 0 && ::write(fd, "go\n", 3) == 3;
+        ::close(fd);
+        return written;
+    };
+    const auto noneLeftWaiting = qScopeGuard(release);
+    const auto releasedArguments = [&] {
+        EXPECT_TRUE(QTest::qWaitFor(release, 20000));
+        EXPECT_TRUE(QTest::qWaitFor([&] { return QFile::exists(script + ".rec"); }, 20000));
+        const QByteArray recorded = readFile(script + ".rec");
+        QFile::remove(script + ".rec");
+        return recorded;
+    };
     qputenv("PATH", QFile::encodeName(tmp.path()) + "/fake/bin:" + qgetenv("PATH"));
     QtDesktopOpener opener;
     ASSERT_TRUE(opener.openUrl(QUrl("http://localhost:8890/kelvarine/")));
     EXPECT_FALSE(QFile::exists(script + ".rec"));
-    EXPECT_EQ(releaseAndRead(script), "http://localhost:8890/kelvarine/\n");
+    EXPECT_EQ(releasedArguments(), "http://localhost:8890/kelvarine/\n");
     ASSERT_TRUE(opener.openFile("/srv/my db/corvanta.log"));
-    EXPECT_EQ(releaseAndRead(script), "file:///srv/my%20db/corvanta.log\n");
+    EXPECT_EQ(releasedArguments(), "file:///srv/my%20db/corvanta.log\n");
 }
 
 TEST_F(PlatformTest, AutostartListsDesktopFilesInNameOrderAndResolvesOnlyUsableEntries) {
@@ -169,7 +159,7 @@ TEST_F(PlatformTest, AutostartInsertWritesAQuotedEntryAtomicallyThatReadsBackOrF
 
 // Many programs share one bin directory: another one's entry there, even under the monitor's
 // own file name, is neither taken for the monitor's nor ever touched.
-TEST_F(PlatformTest, StartAtLoginNumbersItsEntryAndLeavesAnotherProgramsEntryByteForByte) {
+TEST_F(PlatformTest, AutostartNumbersItsEntryAndLeavesAnotherProgramsEntryByteForByte) {
     const QString exe = program("usr");
     const QByteArray foreign = "[Desktop Entry]\nType=Application\nName=Other\nExec=" +
                                QFile::encodeName(program("usr", "other-app")) + " --tray\n";
@@ -177,15 +167,12 @@ TEST_F(PlatformTest, StartAtLoginNumbersItsEntryAndLeavesAnotherProgramsEntryByt
     writeFile(dir + "/corvanta-monitor-2.desktop", "junk");
     XdgAutostartList list(dir, exe);
     const QUrl self = *XdgAutostartList::programUrl(exe);
-    EXPECT_FALSE(StartAtLogin::isEnabled(self, list));
-    StartAtLogin::setEnabled(self, true, list, {});
-    EXPECT_TRUE(StartAtLogin::isEnabled(self, list));
-    StartAtLogin::setEnabled(self, false, list, {});
     EXPECT_FALSE(list.remove(LoginItem{"corvanta-monitor.desktop", self}));
-    EXPECT_FALSE(list.remove(LoginItem{"../autostart/corvanta-monitor-2.desktop", self}));
 
-    // Numbered past the names taken; a hidden entry of its own is rewritten, not added to.
+    // Numbered past the names taken, and removed by its name only; a hidden entry of its own is
+    // rewritten, not added to.
     ASSERT_TRUE(list.insertFirst(self, {}));
+    EXPECT_FALSE(list.remove(LoginItem{"../autostart/corvanta-monitor-3.desktop", self}));
     const QString all = "corvanta-monitor-2.desktop corvanta-monitor-3.desktop=" + url("usr") +
                         " corvanta-monitor.desktop=" + url("usr", "other-app");
     EXPECT_EQ(describe(list), all);
