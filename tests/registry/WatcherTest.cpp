@@ -10,25 +10,21 @@ protected:
         record->probeConfiguration();
         record->refresh();
         watcher.watch({record});
+        // Status changes seen through events, repeats folded.
         QObject::connect(&watcher, &InstanceWatcher::refreshed,
-                         [this](const CorvantaInstancePtr &r) { seen.append(r->serverStatus()); });
+                         [this](const CorvantaInstancePtr &r) {
+                             if (changes.isEmpty() || changes.last() != r->serverStatus())
+                                 changes.append(r->serverStatus());
+                         });
     }
     // Runs the event loop, never a refresh of its own, until `r` reads `status`.
     static bool reaches(const CorvantaInstancePtr &r, qint32 status) {
         return QTest::qWaitFor([&] { return r->serverStatus() == status; }, 20000);
     }
-    // Status changes seen through events, repeats folded.
-    QList<qint32> changes() const {
-        QList<qint32> out;
-        for (const qint32 s : seen)
-            if (out.isEmpty() || out.last() != s)
-                out.append(s);
-        return out;
-    }
 
     CorvantaInstancePtr record = CorvantaInstancePtr::create(dir);
     InstanceWatcher watcher;
-    QList<qint32> seen;
+    QList<qint32> changes;
 };
 
 // A server of someone else's, in a directory replaced under the watch: learnt through its lock
@@ -47,7 +43,7 @@ TEST_F(Watcher, ForeignServerIsFollowedThroughAReplacedDirectoryUntilItGoes) {
     foreign.end();  // reaped: we are its parent here, as its owner would be
     QFile::remove(lock);
     ASSERT_TRUE(reaches(record, ServerStatusStopped));
-    EXPECT_EQ(changes(),
+    EXPECT_EQ(changes,
               QList<qint32>({ServerStatusUnknown, ServerStatusRunning, ServerStatusStopped}));
     EXPECT_TRUE(log.filter("Malformed").isEmpty());
     EXPECT_FALSE(record->lastExitStatus().has_value());  // not ours to know
