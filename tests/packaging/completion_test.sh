@@ -36,7 +36,6 @@ expect "list metrics start status stop watch" ""
 expect "start status stop" "${home[@]}" st
 expect "analytics database default quote\\\"d with\\ space" "${home[@]}" start ""
 expect "with\\ space" "${home[@]}" start w
-expect "analytics" "${home[@]}" stop a
 expect "database default" "${home[@]}" status d
 expect "--help --home --json --version --wait" "${home[@]}" start --
 expect "--help --home --json --version" list --

@@ -7,10 +7,7 @@ unit=$1 program=$2
 command -v systemd-analyze >/dev/null || { echo "systemd-analyze not installed"; exit 77; }
 work=$(mktemp -d)
 trap '[[ -z ${service_PID:-} ]] || kill "$service_PID" 2>/dev/null; rm -rf "$work"' EXIT
-fail() {
-    echo "FAIL: $*"
-    exit 1
-}
+fail() { echo "FAIL: $*"; exit 1; }
 
 # Warnings (an unknown key, a command that is not there) fail too.
 verdict=$(systemd-analyze verify --man=no "$unit" 2>&1) || fail "systemd-analyze: $verdict"
