@@ -178,13 +178,9 @@ bool CorvantaInstance::isRunning(qint32 pid) const {
     if (reaped == pid || ::kill(pid, 0) != 0) {
         return false;
     }
-    if (pid == _endedPid) {
-        if (isZombie(pid)) {
-            return false;
-        }
-        _endedPid = 0;  // reaped, and the number taken by another process
-    }
-    return true;
+    // A server that ended answers signal 0 until its parent reaps it, and a
+    // parent may take its time (another program's, or init in a container).
+    return !isZombie(pid);
 }
 
 void CorvantaInstance::setStatus(qint32 status) {

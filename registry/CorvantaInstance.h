@@ -58,10 +58,6 @@ public:
     // Stopped, with a lock file that names a process that is gone: the server
     // ended without removing it, which a clean stop does.
     bool leftLockFile() const { return _serverStatus == ServerStatusStopped && _leftLockFile; }
-    // The kernel said that process `pid` has ended (its pidfd became
-    // readable). Until its parent reaps it, it still answers signal 0; from
-    // now on such a remainder counts as ended.
-    void processEnded(qint32 pid) { _endedPid = pid; }
 
 private:
     // The lock file as last read: its pid (0 for none), the file and its
@@ -88,7 +84,6 @@ private:
     // What the last startup launched, until its wait status is claimed: a
     // stale lock file's pid may take its place as the one followed.
     qint32 _launchedPid = 0;
-    mutable qint32 _endedPid = 0;
     std::optional<struct timespec> _cacheTime;
     struct Fault {
         Paths::ItemInfo file;

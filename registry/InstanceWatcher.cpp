@@ -210,7 +210,6 @@ void InstanceWatcher::processEnded(const QString &key) {
         return;
     }
     const qint32 pid = entry->process.pid;
-    entry->instance->processEnded(pid);
     refreshEntry(*entry);
     if (entry->process.fd >= 0 && entry->process.pid == pid &&
         ++entry->unreaped >= kUnreapedLimit) {

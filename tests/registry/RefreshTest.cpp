@@ -110,7 +110,33 @@ TEST_F(InstanceTest, LockFileFaultsAreToldOncePerVersion) {
     }
 }
 
-TEST(IsRunning, NoProcessIdBelowOneIsEverRunning) {
+TEST(IsRunning, NoProcessIdBelowOneNorAnotherParentsUnreapedServerIsRunning) {
     EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(0));
     EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(-1));  // kill(-1, 0) reaches everything
+    // A server that ended, left unreaped by a parent that is not this process.
+    int report[2], hold[2];
+    ASSERT_TRUE(::pipe(report) == 0 && ::pipe(hold) == 0);
+    const pid_t parent = ::fork();
+    if (parent == 0) {
+        const pid_t server = ::fork();
+        if (server == 0) {
+            ::_exit(0);
+        }
+        siginfo_t info{};
+        ::waitid(P_PID, id_t(server), &info, WEXITED | WNOWAIT);
+        ::close(hold[1]);  // the test's end alone holds it open
+        char byte;
+        ::_exit(::write(report[1], &server, sizeof server) == sizeof server &&
+                        ::read(hold[0], &byte, 1) >= 0
+                    ? 0
+                    : 1);
+    }
+    pid_t zombie = 0;
+    ASSERT_EQ(::read(report[0], &zombie, sizeof zombie), ssize_t(sizeof zombie));
+    EXPECT_EQ(::kill(zombie, 0), 0);
+    EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(zombie));
+    for (const int fd : {report[0], report[1], hold[0], hold[1]}) {
+        ::close(fd);
+    }
+    ::waitpid(parent, nullptr, 0);
 }
