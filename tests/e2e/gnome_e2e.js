@@ -36,7 +36,9 @@ globalThis.e2e = {
         return true;
     },
     dialogs: () => global.display.list_all_windows().filter(w => w.get_title() === 'Corvanta Monitor'),
-    notifications: () => Main.messageTray.getSources().flatMap(s => s.notifications)
+    // What applications said; the shell's own notices (unsafe mode, root) are left out.
+    notifications: () => Main.messageTray.getSources()
+        .filter(s => s.constructor.name !== 'SystemNotificationSource').flatMap(s => s.notifications)
         .map(n => `${n.title} | ${n.bannerBodyText}`).join('\n'),
 };
 
