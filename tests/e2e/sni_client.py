@@ -20,10 +20,14 @@ from gi.repository import Dbusmenu, Gio, GLib  # noqa: E402
 WATCHER = "org.kde.StatusNotifierWatcher"
 
 
-def get(service, path, iface, name):
+def call(service, path, iface, method, args):
     bus = Gio.bus_get_sync(Gio.BusType.SESSION, None)
-    return bus.call_sync(service, path, "org.freedesktop.DBus.Properties", "Get",
-                         GLib.Variant("(ss)", (iface, name)), None, 0, 5000, None).unpack()[0]
+    return bus.call_sync(service, path, iface, method, args, None, 0, 5000, None).unpack()
+
+
+def get(service, path, iface, name):
+    return call(service, path, "org.freedesktop.DBus.Properties", "Get",
+                GLib.Variant("(ss)", (iface, name)))[0]
 
 
 def prop(service, name):
@@ -32,10 +36,8 @@ def prop(service, name):
 
 def layout(service):
     """The items' labels, "[disabled]" and a checkmark's "[on]"/"[off]"; "---" for separators."""
-    bus = Gio.bus_get_sync(Gio.BusType.SESSION, None)
-    _, (_, _, children) = bus.call_sync(service, prop(service, "Menu"), "com.canonical.dbusmenu",
-                                        "GetLayout", GLib.Variant("(iias)", (0, -1, [])), None, 0,
-                                        5000, None).unpack()
+    _, (_, _, children) = call(service, prop(service, "Menu"), "com.canonical.dbusmenu",
+                               "GetLayout", GLib.Variant("(iias)", (0, -1, [])))
     for _, item, _ in children:
         line = "---" if item.get("type") == "separator" else item.get("label", "?")
         line += "" if item.get("enabled", True) or line == "---" else " [disabled]"

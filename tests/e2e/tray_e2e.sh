@@ -77,11 +77,13 @@ start_from_menu() {
 # Each adapter: host_start, after_launch, shown (the icon), click BUTTON (opens the host's
 # menu), dismiss, choose LABEL, dialogs (their count), answer KEY, shows LABEL (waits until
 # the menu or the icon shows it), notifications, screenshot NAME.
+after_launch() { :; }
+notifications() { cat "$work/notifications" 2>/dev/null || true; } # the recorder's lines
+screenshot() { :; }
 case $host in
 xembed)
     sni_host=''
     host_start() { xs_require Xvfb trayer xdotool import compare && xs_start || fail "X session"; }
-    after_launch() { :; }
     shown() { xs_tray_icon >/dev/null; }
     click() {
         xs_wait 5 xs_no_popup && xdotool mousemove --window "$(xs_tray_icon)" 8 8 click "$1" &&
@@ -107,7 +109,6 @@ xembed)
             [[ $(compare -metric AE "$work/icon-stopped.png" "$work/icon-now.png" null: 2>&1) == 0 ]]
     }
     shows() { case $1 in Stop*) xs_wait 5 eval '! stopped_icon' ;; *) xs_wait 5 stopped_icon ;; esac; }
-    notifications() { cat "$work/notifications" 2>/dev/null || true; }
     screenshot() { xs_screenshot "$1"; }
     ;;
 wayland)
@@ -160,10 +161,8 @@ wayland)
     dialogs() { swaymsg -s "$ipc" -t get_tree | grep -c '"pid":' || true; }
     answer() { wtype -k "$1" 2>/dev/null; }
     shows() { "$sni" wait-label "$service" "$1" 5; }
-    notifications() { cat "$work/notifications" 2>/dev/null || true; }
     screenshot() { grim "$work/$1.png" 2>/dev/null || true; }
-    vpointer=$(
-        cat <<'EOF'
+    read -r -d '' vpointer <<'EOF' || true
 import socket, struct, sys
 sock = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
 sock.connect(sys.argv[1])
@@ -187,7 +186,6 @@ send(4, 0, struct.pack('=II', 0, 5))  # create_virtual_pointer(default seat) -> 
 while sock.recv(4096):
     pass
 EOF
-    )
     ;;
 gnome)
     cycles=10 tail='' # the message tray shows title and body
@@ -218,7 +216,6 @@ ok and v != "" and not isinstance(v, bool) and print(v); sys.exit(not (ok and v)
         xs_wait 60 js "Main.extensionManager.lookup('$tray')?.state === 1" || fail "no shell with $tray"
         export WAYLAND_DISPLAY=wayland-0 QT_QPA_PLATFORM=wayland
     }
-    after_launch() { :; }
     shown() { js 'e2e.ready()' >/dev/null; }
     click() { js "e2e.click(null, $1)" && xs_wait 5 js 'e2e.isOpen()'; }
     dismiss() { js 'e2e.indicator().menu.close() ?? true' && xs_wait 5 js '!e2e.isOpen()'; }
@@ -228,7 +225,6 @@ ok and v != "" and not isinstance(v, bool) and print(v); sys.exit(not (ok and v)
     answer() { js "e2e.key('$1')"; }
     shows() { xs_wait 10 js "e2e.menu().split('\n').includes(\"$1\")"; }
     notifications() { js 'e2e.notifications()' || true; }
-    screenshot() { :; }
     ;;
 *) fail "no adapter for the host '$host'" ;;
 esac
