@@ -1,18 +1,14 @@
 #!/usr/bin/python3
 """The tray host's side of a StatusNotifierItem, on the session bus.
 
-Usage: sni_client.py item
-       sni_client.py prop SERVICE NAME
-       sni_client.py layout SERVICE
-       sni_client.py wait-label SERVICE REGEX SECONDS
-       sni_client.py click SERVICE REGEX
+Usage: sni_client.py item | prop SERVICE NAME | layout SERVICE
+       sni_client.py wait-label SERVICE LABEL SECONDS | click SERVICE LABEL
 
 `item` prints the one registered item's service; `layout` is one raw GetLayout
 call, a line per item; otherwise the menu is read and clicked through
 libdbusmenu-glib, as hosts do, at the path the item names. Exits 1 on
 failure or timeout.
 """
-import re
 import sys
 import time
 
@@ -26,13 +22,16 @@ WATCHER = "org.kde.StatusNotifierWatcher"
 
 def call(service, path, iface, method, args):
     bus = Gio.bus_get_sync(Gio.BusType.SESSION, None)
-    return bus.call_sync(service, path, iface, method, args, None, Gio.DBusCallFlags.NONE, 5000,
-                         None).unpack()
+    return bus.call_sync(service, path, iface, method, args, None, 0, 5000, None).unpack()
 
 
 def get(service, path, iface, name):
     return call(service, path, "org.freedesktop.DBus.Properties", "Get",
                 GLib.Variant("(ss)", (iface, name)))[0]
+
+
+def prop(service, name):
+    return get(service, "/StatusNotifierItem", "org.kde.StatusNotifierItem", name)
 
 
 def layout(service):
@@ -47,29 +46,21 @@ def layout(service):
         print(line)
 
 
-def prop(service, name):
-    return get(service, "/StatusNotifierItem", "org.kde.StatusNotifierItem", name)
-
-
 def run(loop, seconds):
-    """Runs the loop until it is quit or `seconds` pass; False when time ran out."""
-    expired = []
-    timer = GLib.timeout_add(int(seconds * 1000) + 1, lambda: expired.append(1) or loop.quit())
+    """Runs the loop until it is quit or `seconds` pass."""
+    timer = GLib.timeout_add(int(seconds * 1000) + 1, loop.quit)
     loop.run()
-    if not expired:
-        GLib.source_remove(timer)
-    return not expired
+    GLib.source_remove(timer)
 
 
-def find_item(service, regex, seconds):
-    """Runs a menu client until an item's label matches; None when time is up."""
-    client = Dbusmenu.Client.new(service, prop(service, "Menu"))
-    loop, pattern = GLib.MainLoop(), re.compile(regex)
+def find_item(service, label, seconds):
+    """Runs a menu client until an item has the label; None when time is up."""
+    client, loop = Dbusmenu.Client.new(service, prop(service, "Menu")), GLib.MainLoop()
 
     def match():
         root = client.get_root()
         return next((item for item in (root.get_children() if root else [])
-                     if pattern.search(item.property_get("label") or "")), None)
+                     if item.property_get("label") == label), None)
 
     client.connect("layout-updated", lambda *_: loop.quit())
     client.connect("new-menuitem",
@@ -77,13 +68,13 @@ def find_item(service, regex, seconds):
     deadline = time.monotonic() + seconds
     while (found := match()) is None and (left := deadline - time.monotonic()) > 0:
         run(loop, left)
+    if found is None:
+        sys.exit(f"sni_client: no item labelled {label!r} within {seconds} s")
     return client, loop, found
 
 
-def click(service, regex):
-    client, loop, item = find_item(service, regex, 5)
-    if item is None:
-        sys.exit(f"sni_client: no item labelled like {regex!r}")
+def click(service, label):
+    client, loop, item = find_item(service, label, 5)
     answer = []
 
     def result(_client, target, name, _data, _timestamp, error):
@@ -102,15 +93,14 @@ def main(command, *args):
         items = get(WATCHER, "/StatusNotifierWatcher", WATCHER, "RegisteredStatusNotifierItems")
         if len(items) != 1:
             sys.exit(f"sni_client: {len(items)} items registered")
-        print(items[0].split("/")[0])
+        print(items[0].split("/")[0].rstrip("@"))  # "service/path" or "service@/path"
     elif command == "prop":
         value = prop(*args)
         print(str(value).lower() if isinstance(value, bool) else value)
     elif command == "layout":
         layout(*args)
     elif command == "wait-label":
-        if find_item(args[0], args[1], float(args[2]))[2] is None:
-            sys.exit(f"sni_client: no label like {args[1]!r} within {args[2]} s")
+        find_item(args[0], args[1], float(args[2]))
     elif command == "click":
         click(*args)
     else:

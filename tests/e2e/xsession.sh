@@ -91,17 +91,11 @@ xs_fail() {
     exit 1
 }
 
-# Answers the confirmation with its default button (Start or Stop); keys reach the dialog
-# only once it has the focus.
+# Whether a window of the monitor's (a confirmation) has the keyboard.
 xs_dialog_focused() {
     local focus
     focus=$(xdotool getwindowfocus 2>/dev/null) || return 1
     xdotool search --maxdepth 1 --onlyvisible --class '^corvanta-monitor$' 2>/dev/null | grep -qx "$focus"
-}
-xs_confirm() {
-    xs_wait 5 xs_dialog_focused || xs_fail "no confirmation dialog"
-    xs_screenshot "$step-dialog"
-    xdotool key Return
 }
 
 # Presses `key` n times in the menu: Down from the top, Up from the bottom.
@@ -110,23 +104,6 @@ xs_choose() {
     xs_screenshot "$step-menu"
     xdotool key --repeat "$2" "$1"
     xdotool key Return
-}
-xs_choose_confirmed() { xs_choose "$@" && xs_confirm; }
-
-# Switches start at login on (the item above Quit), checks that the entry holds each line
-# given, and off again.
-xs_login_on_off() {
-    local entry=$1 line
-    shift
-    step='login-on'
-    xs_choose Up 2
-    xs_wait 5 test -f "$entry" || xs_fail "no autostart entry"
-    for line in "$@"; do
-        grep -qxF "$line" "$entry" || xs_fail "autostart entry: $(cat "$entry")"
-    done
-    step='login-off'
-    xs_choose Up 2
-    xs_wait 5 test ! -e "$entry" || xs_fail "the autostart entry stayed"
 }
 
 xs_monitor_gone() { ! kill -0 "$monitor_pid" 2>/dev/null; }
