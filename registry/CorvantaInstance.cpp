@@ -226,6 +226,7 @@ void CorvantaInstance::refresh() {
     // The known process has ended; if it was our child, its status is known.
     // So may be the launched one's, when a lock file's pid took its place.
     if (known != 0) {
+        _lastExitStatus.reset();  // an earlier server's, whoever started this one
         claimExitStatus(known);
     }
     if (_launchedPid != 0 && _launchedPid != known) {

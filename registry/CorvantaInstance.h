@@ -53,7 +53,7 @@ public:
     std::optional<QString> lockFile() const { return _lckFile; }
     // The wait status (as waitpid gives it) of the last server this record
     // saw end, when the monitor was its parent and reaped it; cleared by a
-    // new start.
+    // new start and by the end of a server it did not start.
     std::optional<int> lastExitStatus() const { return _lastExitStatus; }
     // Stopped, with a lock file that names a process that is gone: the server
     // ended without removing it, which a clean stop does.
