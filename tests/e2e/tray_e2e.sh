@@ -50,8 +50,12 @@ bus() {
     pids+=($!)
     xs_wait 5 test -S "$work/$1" || fail "no $1 bus"
 }
-# Answers the confirmation with a key until it is gone: a key sent before it has the focus is lost.
-close() { local key=$1 && xs_wait 15 eval 'answer "$key"; (($(dialogs) == 0))'; }
+# Answers the confirmation, once it is up, with a key until it is gone: a key sent before it
+# has the focus is lost.
+close() {
+    local key=$1
+    xs_wait 15 eval '(($(dialogs) > 0))' && xs_wait 15 eval 'answer "$key"; (($(dialogs) == 0))'
+}
 # What the desktop was told so far, exactly, with the body given (if any) as the latest.
 told() {
     [[ -z $1 ]] || notices+=("Default Instance stopped | $1$tail")
