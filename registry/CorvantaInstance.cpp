@@ -244,7 +244,11 @@ void CorvantaInstance::refresh() {
         }
     }
     _leftLockFile = _pid != 0;
-    setStatus(lock.beingWritten ? ServerStatusUnknown : ServerStatusStopped);
+    // A lock file still being created is a server starting, judged once its
+    // pid is written (the file's next event); until then a stopped record
+    // stays stopped rather than flicker through unknown.
+    setStatus(lock.beingWritten && _serverStatus != ServerStatusStopped ? ServerStatusUnknown
+                                                                        : ServerStatusStopped);
     if (!probeConfiguration()) {
         _entryStatus = EntryStatusInvalid;
     }

@@ -84,7 +84,7 @@ INSTANTIATE_TEST_SUITE_P(Transitions, Refresh, ::testing::ValuesIn(kTransitions)
                          [](const auto &info) { return std::string(std::get<0>(info.param)); });
 
 // A faulty lock file is told when first seen and again once it changes; an empty one younger
-// than two seconds is a server writing it: no fault, and not known to be stopped.
+// than two seconds is a server writing it: no fault, and a stopped record stays stopped.
 TEST_F(InstanceTest, LockFileFaultsAreToldOncePerVersion) {
     const struct {
         const char *content;  // nullptr: left as it is
@@ -93,8 +93,8 @@ TEST_F(InstanceTest, LockFileFaultsAreToldOncePerVersion) {
         const char *log;
     } steps[] = {
         {"2147483647", 10, Stopped, kStale}, {nullptr, 0, Stopped, ""},
-        {"2147483647", 20, Stopped, kStale}, {"", 0, Unknown, ""},
-        {nullptr, 0, Unknown, ""},           {"", 5, Stopped, kMalformed},
+        {"2147483647", 20, Stopped, kStale}, {"", 0, Stopped, ""},
+        {nullptr, 0, Stopped, ""},           {"", 5, Stopped, kMalformed},
         {nullptr, 0, Stopped, ""},           {"x", 5, Stopped, kMalformed},
     };
     for (const auto &step : steps) {
