@@ -365,7 +365,7 @@ for ((cycle = 1; cycle <= cycles; cycle++)); do
     run >>"$work/monitor.log" 2>&1 &
     monitor_pid=$!
     after_launch
-    xs_wait 15 shown || fail "the icon did not appear"
+    xs_wait 30 shown || fail "the icon did not appear"
     ((cycle > 1)) || scenario
     step=quit-$cycle
     choose "Quit Corvanta Monitor" || fail "the Quit item did not take the click"
