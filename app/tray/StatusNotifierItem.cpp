@@ -8,9 +8,11 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
 #include <QDBusServiceWatcher>
 #include <QImage>
 #include <QMenu>
+#include <QTimer>
 #include <QtEndian>
 
 namespace {
@@ -18,6 +20,9 @@ namespace {
 const QString kItemPath = QStringLiteral("/StatusNotifierItem");
 const QString kMenuPath = QStringLiteral("/MenuBar");
 const QString kWatcherPath = QStringLiteral("/StatusNotifierWatcher");
+
+constexpr int kRegisterAttempts = 5;
+constexpr std::chrono::milliseconds kRegisterRetry{200};
 
 // Sizes a panel draws at; larger ones only make every icon change heavier.
 constexpr int kLargestPixmap = 64;
@@ -144,12 +149,21 @@ bool StatusNotifierItem::registerItem() {
     return true;
 }
 
-void StatusNotifierItem::registerWithWatcher() {
+void StatusNotifierItem::registerWithWatcher(int attempt) {
     QDBusMessage call = QDBusMessage::createMethodCall(
         WatcherService, kWatcherPath, WatcherService, QStringLiteral("RegisterStatusNotifierItem"));
     call << _serviceName;
-    // Not waited for: the watcher may be slow, and the answer changes nothing.
-    _bus.send(call);
+    // Not waited for: the watcher may be slow. A watcher that owns its name
+    // before it serves its object refuses; it is asked again, a few times.
+    auto *pending = new QDBusPendingCallWatcher(_bus.asyncCall(call), this);
+    connect(pending, &QDBusPendingCallWatcher::finished, this,
+            [this, attempt](QDBusPendingCallWatcher *reply) {
+                reply->deleteLater();
+                if (reply->isError() && attempt < kRegisterAttempts) {
+                    QTimer::singleShot(kRegisterRetry * (attempt + 1), this,
+                                       [this, attempt] { registerWithWatcher(attempt + 1); });
+                }
+            });
 }
 
 void StatusNotifierItem::setIcon(const QIcon &icon, const QString &iconName,

@@ -86,7 +86,7 @@ signals:
     void toolTipChanged();
 
 private:
-    void registerWithWatcher();
+    void registerWithWatcher(int attempt = 0);
 
     QDBusConnection _bus;
     QString _serviceName;

@@ -30,8 +30,17 @@ public:
     QDBusConnection bus;
     QStringList registered;
 
+    int refusals = 0;  // answered with an error first, as a watcher not quite up yet
+
 public slots:
-    void RegisterStatusNotifierItem(const QString &service) { registered << service; }
+    void RegisterStatusNotifierItem(const QString &service, const QDBusMessage &call) {
+        if (refusals-- > 0) {
+            call.setDelayedReply(true);
+            bus.send(call.createErrorReply(QDBusError::UnknownObject, u"not yet"_s));
+        } else {
+            registered << service;
+        }
+    }
 };
 
 struct StatusItem : ::testing::Test {
@@ -77,11 +86,12 @@ struct StatusItem : ::testing::Test {
 
 // Under its connection's own name: hosts that also follow a well-known name
 // re-read the item when it appears and may lose it.
-TEST_F(StatusItem, RegistersByItsUniqueNameWithEveryNewWatcherEvenWithoutAGap) {
+TEST_F(StatusItem, RegistersByItsUniqueNameWithEveryNewWatcherEvenWithoutAGapOrAtOnce) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return !first->registered.isEmpty(); }, 10000));
     EXPECT_EQ(first->registered, QStringList{itemBus.baseService()});
     EXPECT_EQ(item->serviceName(), itemBus.baseService());
-    const Watcher second(bus.address, u"second"_s);
+    Watcher second(bus.address, u"second"_s);
+    second.refusals = 2;
     EXPECT_TRUE(QTest::qWaitFor([&] { return !second.registered.isEmpty(); }, 10000));
     EXPECT_EQ(second.registered, QStringList{itemBus.baseService()});
 }
