@@ -223,8 +223,9 @@ ok and v != "" and not isinstance(v, bool) and print(v); sys.exit(not (ok and v)
     shown() { js 'e2e.ready()' >/dev/null; }
     click() { js "e2e.click(null, $1)" && xs_wait 5 js 'e2e.isOpen()'; }
     dismiss() { js 'e2e.indicator().menu.close() ?? true' && xs_wait 5 js '!e2e.isOpen()'; }
-    # The right button: two left clicks on the icon in a row would be a double click.
-    choose() { click 3 && js "e2e.click(\"$1\")" && xs_wait 5 js '!e2e.isOpen()'; }
+    # The right button: two left clicks on the icon in a row would be a double click. The items
+    # may come a moment after the menu opens.
+    choose() { click 3 && xs_wait 5 js "e2e.click(\"$1\")" && xs_wait 5 js '!e2e.isOpen()'; }
     dialogs() { js 'String(e2e.dialogs().length)' || echo -1; }
     answer() { js "e2e.key('$1')"; }
     shows() { xs_wait 10 js "e2e.menu().split('\n').includes(\"$1\")"; }
