@@ -20,7 +20,7 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
       _opener(opener),
       _loginItems(loginItems),
       _prompt(prompt),
-      _installationSources(InstallationSources::standard(std::nullopt, defaultPackageRoot())),
+      _installationSources(InstallationSources::standard(std::nullopt, programPackageRoot())),
       _trayNotifier(std::make_unique<TrayNotifier>()) {
     // From launch on, the instances are watched by kernel events: news of a
     // server that ends arrives when it happens, whether or not a menu was
@@ -49,10 +49,6 @@ Application::~Application() {
     // What exports or shows the menu goes before it.
     _hostWatch.reset();
     _statusItem.reset();
-}
-
-QString Application::defaultPackageRoot() {
-    return programPackageRoot();
 }
 
 Notifier &Application::trayNotifier() {

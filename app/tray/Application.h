@@ -33,9 +33,6 @@ public:
                 Notifier *notifier = nullptr, QObject *parent = nullptr);
     ~Application() override;
 
-    // The directory above the one holding the executable; the fallback
-    // installation hangs off it.
-    static QString defaultPackageRoot();
     void setPackageRoot(const QString &path) { _installationSources.packageRoot = path; }
     // Where setupGlobalEnvironment looks for the installation.
     void setInstallationSources(InstallationSources sources) {

@@ -3,6 +3,7 @@
 #include "Application.h"
 #include "MessageBoxPrompt.h"
 #include "app/common/Output.h"
+#include "app/common/PackageRoot.h"
 #include "app/common/TerminationSignals.h"
 #include "app/platform/DBusNotifier.h"
 #include "app/platform/LinuxPlatform.h"
@@ -97,8 +98,7 @@ int runTray(int &argc, char **argv, const std::optional<QString> &home) {
     DBusNotifier notifier;
     auto application = std::make_unique<Application>(opener, loginItems, prompt, &notifier);
     notifier.setFallback(&application->trayNotifier());
-    application->setInstallationSources(
-        InstallationSources::standard(home, Application::defaultPackageRoot()));
+    application->setInstallationSources(InstallationSources::standard(home, programPackageRoot()));
     QTimer::singleShot(0, application.get(), &Application::start);
     const TerminationSignals termination;
     QApplication::exec();
