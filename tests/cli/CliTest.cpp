@@ -58,11 +58,7 @@ protected:
         process.setProcessEnvironment(environment);
         process.setWorkingDirectory(root);
         process.start(program, args);
-        if (!process.waitForFinished(60000)) {
-            ADD_FAILURE() << "still running: " << line.toStdString();
-            process.kill();
-            process.waitForFinished();
-        }
+        EXPECT_TRUE(process.waitForFinished(60000)) << "still running: " << line.toStdString();
         Outcome result{process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
                        QString::fromUtf8(process.readAllStandardOutput()),
                        QString::fromUtf8(process.readAllStandardError())};

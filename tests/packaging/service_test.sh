@@ -10,8 +10,8 @@ trap '[[ -z ${service_PID:-} ]] || kill "$service_PID" 2>/dev/null; rm -rf "$wor
 fail() { echo "FAIL: $*"; exit 1; }
 
 # Warnings (an unknown key, a command that is not there) fail too.
-verdict=$(systemd-analyze verify --man=no "$unit" 2>&1) || fail "systemd-analyze: $verdict"
-[[ -z $verdict ]] || fail "systemd-analyze: $verdict"
+verdict=$(systemd-analyze verify --man=no "$unit" 2>&1) && [[ -z $verdict ]] ||
+    fail "systemd-analyze: $verdict"
 
 exec_start=$(sed -n 's/^ExecStart=//p' "$unit")
 read -ra argv <<<"$exec_start"
@@ -27,4 +27,3 @@ coproc service { CORVANTA_HOME=$work/home exec "${argv[@]}" 2>"$work/err"; }
 read -r -t 60 first <&"${service[0]}" || fail "no first line: $(cat "$work/err")"
 grep -q '^corvanta_instance_up{.*instance="database".*} 0$' "$work/corvanta.prom" ||
     fail "no metrics for the instance after '$first': $(cat "$work/corvanta.prom" "$work/err")"
-echo "service: the unit verifies and its command keeps the file"

@@ -25,9 +25,7 @@ TEST(Notifications, NotificationsReachTheServiceAndItsActionsComeBackOrTheFallba
         GTEST_SKIP() << "no dbus-daemon";
     QTemporaryDir tmp;
     QProcess recorder;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("DBUS_SESSION_BUS_ADDRESS", bus.address);
-    recorder.setProcessEnvironment(env);
+    qputenv("DBUS_SESSION_BUS_ADDRESS", bus.address.toUtf8());  // the recorder's session bus
     recorder.start(NOTIFICATION_RECORDER, {tmp.filePath("shown"), "--invoke-first-action"});
     ASSERT_TRUE(QTest::qWaitFor([&] { return recorder.canReadLine(); }, 10000));
     ASSERT_EQ(recorder.readLine(), "ready\n");

@@ -12,6 +12,8 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 class Recorder : public QObject {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
@@ -20,7 +22,7 @@ public:
     Recorder(QString file, bool invoke) : _file(std::move(file)), _invoke(invoke) {}
 
 public slots:
-    QStringList GetCapabilities() { return {QStringLiteral("actions"), QStringLiteral("body")}; }
+    QStringList GetCapabilities() { return {u"actions"_s, u"body"_s}; }
     uint Notify(const QString &, uint, const QString &, const QString &summary, QString body,
                 const QStringList &actions, const QVariantMap &hints, int) {
         const uint id = ++_last;
@@ -28,14 +30,12 @@ public slots:
         for (qsizetype i = 0; i + 1 < actions.size(); i += 2) {
             keys << actions[i];
         }
+        body.replace(u'\n', u"\\n"_s);
+        const QStringList fields{summary, body, keys.join(u','),
+                                 hints.value(u"desktop-entry"_s).toString()};
         QFile out(_file);
         if (out.open(QIODevice::Append)) {
-            body.replace(QLatin1Char('\n'), QStringLiteral("\\n"));
-            out.write(QStringList{summary, body, keys.join(QLatin1Char(',')),
-                                  hints.value(QStringLiteral("desktop-entry")).toString()}
-                          .join(QStringLiteral(" | "))
-                          .append(QLatin1Char('\n'))
-                          .toUtf8());
+            out.write(fields.join(u" | "_s).toUtf8() + '\n');
         }
         if (_invoke && !keys.isEmpty()) {
             QTimer::singleShot(0, this, [this, id, key = keys.first()] {
@@ -59,15 +59,11 @@ private:
 int main(int argc, char **argv) {
     QCoreApplication app(argc, argv);
     const QStringList args = app.arguments();
-    if (args.size() < 2) {
-        std::fprintf(stderr, "usage: notification_recorder FILE [--invoke-first-action]\n");
-        return 2;
-    }
-    Recorder recorder(args[1], args.contains(QStringLiteral("--invoke-first-action")));
+    Recorder recorder(args.value(1), args.contains(u"--invoke-first-action"_s));
     QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &recorder,
+    if (!bus.registerObject(u"/org/freedesktop/Notifications"_s, &recorder,
                             QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) ||
-        !bus.registerService(QStringLiteral("org.freedesktop.Notifications"))) {
+        !bus.registerService(u"org.freedesktop.Notifications"_s)) {
         std::fprintf(stderr, "notification_recorder: cannot own the name: %s\n",
                      qPrintable(bus.lastError().message()));
         return 1;
