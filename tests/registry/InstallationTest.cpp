@@ -3,34 +3,27 @@
 #include "registry/Installation.h"
 #include "registry/MonitorSettings.h"
 
-// Each row plants some of the places ("cmd", "env", "set", "opt", "lib", "pkg")
-// as directories and names the others anyway; the first planted one in the
-// lookup order wins, and every place up to it is reported as looked at.
+// Each row plants some of the places as directories and names the others anyway; the first
+// planted one in the lookup order wins, and every place up to it is reported as looked at.
 TEST(Installation, TheFirstExistingPlaceInTheLookupOrderWins) {
-    const struct {
-        const char *planted, *expected, *looked;
-    } rows[] = {
-        {"cmd env set opt lib pkg", "cmd", "--home @/cmd"},
-        {"env set opt lib pkg", "env", "--home @/cmd|CORVANTA_HOME=@/env"},
-        {"set opt pkg", "set", "--home @/cmd|CORVANTA_HOME=@/env|home=@/set in @/monitor.ini"},
-        {"lib pkg", "lib",
-         "--home @/cmd|CORVANTA_HOME=@/env|home=@/set in @/monitor.ini|@/opt|@/lib"},
-        {"pkg", "pkg/Contents/corvanta",
-         "--home @/cmd|CORVANTA_HOME=@/env|home=@/set in @/monitor.ini|@/opt|@/lib|"
-         "@/pkg/Contents/corvanta"},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.planted);
+    const QStringList places = {"cmd", "env", "set", "opt", "lib", "pkg/Contents/corvanta"};
+    const QStringList said = {
+        "--home @/cmd", "CORVANTA_HOME=@/env",    "home=@/set in @/monitor.ini", "@/opt",
+        "@/lib",        "@/pkg/Contents/corvanta"};
+    const QList<int> rows[] = {{0, 1, 2, 3, 4, 5}, {1, 2, 3, 4, 5}, {2, 3, 5}, {4, 5}, {5}};
+    for (const QList<int> &planted : rows) {
+        SCOPED_TRACE(places[planted[0]].toStdString());
         QTemporaryDir tmp;
         const QString root = QDir(tmp.path()).canonicalPath();
-        for (const QString &place : QString::fromUtf8(row.planted).split(u' ', Qt::SkipEmptyParts))
-            QDir().mkpath(root + u'/' + (place == u"pkg" ? u"pkg/Contents/corvanta"_qs : place));
+        for (const int place : planted)
+            QDir().mkpath(root + u'/' + places[place]);
         ASSERT_TRUE(MonitorSettings::write(root + "/monitor.ini", "home", root + "/set", nullptr));
         const ScopedEnv env("CORVANTA_HOME", root + "/env");
         const InstallationLookup lookup = findInstallation(
             {root + "/cmd", root + "/monitor.ini", {root + "/opt", root + "/lib"}, root + "/pkg"});
-        EXPECT_EQ(lookup.home, root + u'/' + QString::fromUtf8(row.expected));
-        EXPECT_EQ(lookup.looked.join(u'|'), QString::fromUtf8(row.looked).replace(u'@', root));
+        EXPECT_EQ(lookup.home, root + u'/' + places[planted[0]]);
+        EXPECT_EQ(lookup.looked,
+                  QStringList(said.mid(0, planted[0] + 1)).replaceInStrings("@", root));
     }
 }
 

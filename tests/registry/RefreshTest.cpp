@@ -2,7 +2,7 @@
 
 namespace {
 
-enum Pid { Absent, Garbage, Known, Other, Dead, Init, Self };  // Dead: above any pid_max
+enum Pid { Absent, Garbage, Known, Other, Init, Self };
 
 // Name; status before; known server lives on; lock file holds; ini there; then status, pid,
 // entry status and log after ($L lock file, $K known pid, $O other pid).
@@ -28,7 +28,6 @@ const Transition kTransitions[] = {
     {"RunningGoneStale", Running, false, Known, true, Stopped, Known, Changed, kStale},
     {"RunningReplaced", Running, false, Other, true, Running, Other, Unchanged, ""},
     {"StoppedMalformed", Stopped, false, Garbage, true, Stopped, Absent, Unchanged, kMalformed},
-    {"StoppedStale", Stopped, false, Dead, true, Stopped, Dead, Unchanged, kStale},
     {"InitIsNoServer", Stopped, false, Init, true, Stopped, Init, Unchanged, kStale},
     {"MonitorIsNoServer", Stopped, false, Self, true, Stopped, Self, Unchanged, kStale},
 };
@@ -60,7 +59,7 @@ TEST_P(Refresh, FollowsTheTransitionTableAndRefusesStartOrStopOutOfTurn) {
     }
 
     ProcessGuard other{forkSleeper()};
-    const qint32 pids[] = {0, 0, known, other.pid, 2147483647, 1, ::getpid()};
+    const qint32 pids[] = {0, 0, known, other.pid, 1, ::getpid()};
     removePath(lock);
     const QByteArray content = holds == Garbage ? "garbage" : QByteArray::number(pids[holds]);
     if (holds != Absent)
@@ -111,32 +110,25 @@ TEST_F(InstanceTest, LockFileFaultsAreToldOncePerVersion) {
 }
 
 TEST(IsRunning, NoProcessIdBelowOneNorAnotherParentsUnreapedServerIsRunning) {
-    EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(0));
-    EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(-1));  // kill(-1, 0) reaches everything
+    const CorvantaInstance record("/nowhere");
+    EXPECT_FALSE(record.isRunning(0));
+    EXPECT_FALSE(record.isRunning(-1));  // kill(-1, 0) reaches everything
     // A server that ended, left unreaped by a parent that is not this process.
-    int report[2], hold[2];
-    ASSERT_TRUE(::pipe(report) == 0 && ::pipe(hold) == 0);
-    const pid_t parent = ::fork();
-    if (parent == 0) {
+    int report[2];
+    ASSERT_EQ(::pipe(report), 0);
+    ProcessGuard parent{::fork()};
+    if (parent.pid == 0) {
         const pid_t server = ::fork();
-        if (server == 0) {
-            ::_exit(0);
-        }
         siginfo_t info{};
-        ::waitid(P_PID, id_t(server), &info, WEXITED | WNOWAIT);
-        ::close(hold[1]);  // the test's end alone holds it open
-        char byte;
-        ::_exit(::write(report[1], &server, sizeof server) == sizeof server &&
-                        ::read(hold[0], &byte, 1) >= 0
-                    ? 0
-                    : 1);
+        while (server != 0 && ::waitid(P_PID, id_t(server), &info, WEXITED | WNOWAIT) == 0 &&
+               ::write(report[1], &server, sizeof server) == sizeof server)
+            ::pause();
+        ::_exit(0);
     }
     pid_t zombie = 0;
     ASSERT_EQ(::read(report[0], &zombie, sizeof zombie), ssize_t(sizeof zombie));
     EXPECT_EQ(::kill(zombie, 0), 0);
-    EXPECT_FALSE(CorvantaInstance("/nowhere").isRunning(zombie));
-    for (const int fd : {report[0], report[1], hold[0], hold[1]}) {
+    EXPECT_FALSE(record.isRunning(zombie));
+    for (const int fd : report)
         ::close(fd);
-    }
-    ::waitpid(parent, nullptr, 0);
 }
