@@ -2,11 +2,10 @@
 
 #include "Support.h"
 
-using ConfigProbe = InstanceTest;
-
 // A fresh record and one probed before judge whatever the directory link reaches now, even an
-// item with the cached modification time, and name the resolved path.
-TEST_F(ConfigProbe, OnlyARegularIniReachedThroughTheDirectoryMakesItValid) {
+// item with the cached modification time, and name the resolved path. The first [Database]
+// section is cached by full-precision modification time until the ini goes.
+TEST_F(InstanceTest, OnlyARegularIniMakesARecordValidAndItsLockFileIsCachedByModificationTime) {
     const QString link = at("via-link"), real = Paths::resolveSymlinks(tmp.path());
     makeLink(dir, link);
     CorvantaInstance record(link);
@@ -36,9 +35,6 @@ TEST_F(ConfigProbe, OnlyARegularIniReachedThroughTheDirectoryMakesItValid) {
         EXPECT_EQ(CorvantaInstance(link).probeConfiguration(), valid) << target;
         EXPECT_EQ(log, message.isEmpty() ? QStringList() : QStringList({message, message}));
     }
-}
-
-TEST_F(ConfigProbe, FirstDatabaseSectionIsCachedByFullPrecisionModificationTimeUntilTheIniGoes) {
     const QString ini = dir + "/corvanta.ini";
     const QStringList candidates = {dir + "/one.lck", dir + "/two.lck"};
     const auto edit = [&](const QByteArray &name, long nanoseconds) {
@@ -57,40 +53,4 @@ TEST_F(ConfigProbe, FirstDatabaseSectionIsCachedByFullPrecisionModificationTimeU
     removePath(ini);
     EXPECT_FALSE(instance.probeConfiguration());
     EXPECT_EQ(lockPathOf(instance, candidates), dir + "/two.lck");  // known paths kept
-}
-
-using LockFileRead = InstanceTest;
-
-TEST_F(LockFileRead, FirstDigitRunIsThePidAnythingElseLogsAndGivesZeroWithoutBlocking) {
-    const QString malformed = "Malformed .lck file " + lock;
-    makeDir(lock);  // a directory is silent, like no file at all
-    EXPECT_EQ(instance.pidValueFromLockFile(), 0);
-    EXPECT_TRUE(log.isEmpty());
-    removePath(lock);
-    const std::tuple<QByteArray, qint32, QString> rows[] = {
-        {"-77", 77, {}},
-        {"0000000000000000000042", 42, {}},
-        {"2147483647", 2147483647, {}},
-        {QByteArray("\0\0007", 3), 7, {}},
-        {QByteArray(4090, ' ') + "1234567", 123456, {}},  // only the first 4096 bytes count
-        {"", 0, {}},  // just created: a server about to write its pid
-        {"2147483648", 0, malformed},
-        {"4294967297", 0, malformed},  // would wrap to 1 if cut to 32 bits
-        {"12\xff", 0, "Error reading " + lock + ": not ASCII text"},
-        {"12345\n", 12345, {}},  // last: leaves the log empty
-    };
-    for (const auto &[content, pid, message] : rows) {
-        log.clear();
-        writeFile(lock, content);
-        EXPECT_EQ(instance.pidValueFromLockFile(), pid) << content.left(30).toHex().toStdString();
-        EXPECT_EQ(log.join('\n'), message);
-    }
-    removePath(lock);
-    ASSERT_EQ(::mkfifo(local(lock), 0644), 0);
-    EXPECT_EQ(instance.pidValueFromLockFile(), 0);  // no writer needed
-    removePath(lock);
-    makeLink("/dev/zero", lock);
-    EXPECT_EQ(instance.pidValueFromLockFile(), 0);
-    const QString notRegular = "Error reading " + lock + ": not a regular file";
-    EXPECT_EQ(log, QStringList({notRegular, notRegular}));
 }

@@ -3,9 +3,7 @@
 
 #include "Support.h"
 
-using ProcessControl = InstanceTest;
-
-TEST_F(ProcessControl, FindExecutableTriesEnvironmentInstanceInstallationBinThenPath) {
+TEST_F(InstanceTest, ServerFoundInEnvironmentInstanceInstallationBinThenPathGetsStandardFdsOnly) {
     for (const QString &file : {at("env"), dir + "/corvanta", at("bin/corvanta")})
         writeFile(file, "not even executable");
     const auto found = [&](const QString &fromEnv) {
@@ -20,9 +18,6 @@ TEST_F(ProcessControl, FindExecutableTriesEnvironmentInstanceInstallationBinThen
     EXPECT_EQ(found(at("nothing")), "corvanta");
     EXPECT_EQ(executableCandidates("corvanta", "/a:/b/::/c"),
               QList<QByteArray>({"/a/corvanta", "/b/corvanta", "./corvanta", "/c/corvanta"}));
-}
-
-TEST_F(ProcessControl, LaunchedServerGetsOnlyStandardDescriptorsFoundThroughPath) {
     makeLink(CORVANTA_STANDIN, at("pathdir/corvanta"));
     ScopedEnv report("CORVANTA_STANDIN_FD_REPORT", at("report"));
     // Below 32 without close-on-exec (closed by the child), above with it (closed by exec).
@@ -42,7 +37,7 @@ TEST_F(ProcessControl, LaunchedServerGetsOnlyStandardDescriptorsFoundThroughPath
                   local(Paths::resolveSymlinks(dir)) + "\nsession-leader yes\n");
 }
 
-TEST_F(ProcessControl, AnotherUsersServerReadsAsStoppedAndIsNotSignalled) {
+TEST_F(InstanceTest, AnotherUsersServerReadsAsStoppedAndIsNotSignalled) {
     if (::geteuid() != 0)
         GTEST_SKIP() << "needs root to create a process of another user";
     ProcessGuard rootsProcess{forkSleeper()};

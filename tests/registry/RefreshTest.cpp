@@ -82,19 +82,52 @@ TEST_P(Refresh, FollowsTheTransitionTableAndRefusesStartOrStopOutOfTurn) {
 INSTANTIATE_TEST_SUITE_P(Transitions, Refresh, ::testing::ValuesIn(kTransitions),
                          [](const auto &info) { return std::string(std::get<0>(info.param)); });
 
-// A faulty lock file is told when first seen and again once it changes; an empty one younger
-// than two seconds is a server writing it: no fault, and a stopped record stays stopped.
-TEST_F(InstanceTest, LockFileFaultsAreToldOncePerVersion) {
+// The lock file read: the first digit run is the pid, anything else logs and gives zero without
+// blocking. Through refresh a faulty lock file is told when first seen and again once it changes;
+// an empty one younger than two seconds is a server writing it: no fault, and a stopped record
+// stays stopped.
+TEST_F(InstanceTest, LockFileGivesItsFirstDigitRunAndFaultsAreToldOncePerVersion) {
+    const QString malformed = "Malformed .lck file " + lock;
+    makeDir(lock);  // a directory is silent, like no file at all
+    EXPECT_EQ(instance.pidValueFromLockFile(), 0);
+    EXPECT_TRUE(log.isEmpty());
+    removePath(lock);
+    const std::tuple<QByteArray, qint32, QString> rows[] = {
+        {"-77", 77, {}},
+        {"0000000000000000000042", 42, {}},
+        {"2147483647", 2147483647, {}},
+        {QByteArray("\0\0007", 3), 7, {}},
+        {QByteArray(4090, ' ') + "1234567", 123456, {}},  // only the first 4096 bytes count
+        {"", 0, {}},  // just created: a server about to write its pid
+        {"2147483648", 0, malformed},
+        {"4294967297", 0, malformed},  // would wrap to 1 if cut to 32 bits
+        {"12\xff", 0, "Error reading " + lock + ": not ASCII text"},
+        {"12345\n", 12345, {}},  // last: leaves the log empty
+    };
+    for (const auto &[content, pid, message] : rows) {
+        log.clear();
+        writeFile(lock, content);
+        EXPECT_EQ(instance.pidValueFromLockFile(), pid) << content.left(30).toHex().toStdString();
+        EXPECT_EQ(log.join('\n'), message);
+    }
+    removePath(lock);
+    ASSERT_EQ(::mkfifo(local(lock), 0644), 0);
+    EXPECT_EQ(instance.pidValueFromLockFile(), 0);  // no writer needed
+    removePath(lock);
+    makeLink("/dev/zero", lock);
+    EXPECT_EQ(instance.pidValueFromLockFile(), 0);
+    const QString notRegular = "Error reading " + lock + ": not a regular file";
+    EXPECT_EQ(log, QStringList({notRegular, notRegular}));
+    removePath(lock);
     const struct {
         const char *content;  // nullptr: left as it is
         int age;              // of its mtime, in seconds
-        qint32 status;
         const char *log;
     } steps[] = {
-        {"2147483647", 10, Stopped, kStale}, {nullptr, 0, Stopped, ""},
-        {"2147483647", 20, Stopped, kStale}, {"", 0, Stopped, ""},
-        {nullptr, 0, Stopped, ""},           {"", 5, Stopped, kMalformed},
-        {nullptr, 0, Stopped, ""},           {"x", 5, Stopped, kMalformed},
+        {"2147483647", 10, kStale}, {nullptr, 0, ""},
+        {"2147483647", 20, kStale}, {"", 0, ""},
+        {nullptr, 0, ""},           {"", 5, kMalformed},
+        {nullptr, 0, ""},           {"x", 5, kMalformed},
     };
     for (const auto &step : steps) {
         if (step.content) {
@@ -104,7 +137,7 @@ TEST_F(InstanceTest, LockFileFaultsAreToldOncePerVersion) {
         }
         log.clear();
         instance.refresh();
-        EXPECT_EQ(instance.serverStatus(), step.status) << step.content;
+        EXPECT_EQ(instance.serverStatus(), Stopped) << step.content;
         EXPECT_EQ(log.join('\n'), QString(step.log).replace("$L", lock));
     }
 }
