@@ -18,9 +18,8 @@ protected:
 };
 
 TEST_F(Manager, FindsTheSearchDirectoryAndItsImmediateSubdirectoriesLinksIncluded) {
-    makeInstance(search);
-    for (const char *name : {"zeta", "database", ".hidden", "plain/too-deep"})
-        makeInstance(search + "/" + name);
+    for (const char *name : {"", "/zeta", "/database", "/.hidden", "/plain/too-deep"})
+        makeInstance(search + name);
     writeFile(search + "/file", "");
     makeLink(search + "/zeta", search + "/alias");
     makeLink(at("nowhere"), search + "/dangling");

@@ -42,9 +42,8 @@ public:
         QDir().mkpath(QFileInfo(at).path());
         EXPECT_EQ(::symlink(local(to), local(at)), 0);
     }
-    static void removePath(const QString &path) {
-        if (::unlink(local(path)) != 0)
-            QDir(path).removeRecursively();
+    static bool removePath(const QString &path) {
+        return ::unlink(local(path)) == 0 || QDir(path).removeRecursively();
     }
     static void makeInstance(const QString &dir) { writeFile(dir + "/corvanta.ini", {}); }
     static pid_t forkSleeper() {

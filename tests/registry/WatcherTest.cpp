@@ -1,4 +1,3 @@
-#include "registry/CorvantaManager.h"
 #include "registry/InstanceWatcher.h"
 
 #include "Support.h"
@@ -29,8 +28,10 @@ protected:
 
 // A server of someone else's, in a directory replaced under the watch: learnt through its lock
 // file appearing (empty at first), being written and vanishing, until the directory goes and its
-// watch is released.
-TEST_F(Watcher, ForeignServerIsFollowedThroughAReplacedDirectoryUntilItGoes) {
+// watch is released. The next listing after a link on the way is re-pointed watches where the
+// path leads now. Watches are bounded and all released.
+TEST_F(Watcher, ServersAreFollowedThroughReplacedDirectoriesAndRepointedLinksWithinABound) {
+    const int before = openDescriptors();
     const QString moved = at("moved");
     ASSERT_EQ(::rename(local(dir), local(moved)), 0);
     makeInstance(dir);  // a new directory in its place
@@ -50,10 +51,7 @@ TEST_F(Watcher, ForeignServerIsFollowedThroughAReplacedDirectoryUntilItGoes) {
     ASSERT_TRUE(
         QTest::qWaitFor([&] { return record->entryStatus() == EntryStatusInvalid; }, 20000));
     EXPECT_EQ(watcher.directoryWatchCount(), 0);
-}
 
-// The next listing after a link on the way is re-pointed watches where the path leads now.
-TEST_F(Watcher, ARepointedLinkIsWatchedWhereItLeadsNow) {
     const QString link = at("link");
     makeInstance(at("a/db"));
     makeInstance(at("b/db"));
@@ -64,13 +62,10 @@ TEST_F(Watcher, ARepointedLinkIsWatchedWhereItLeadsNow) {
     ASSERT_EQ(::symlink(local(at("b")), local(link + ".new")), 0);
     ASSERT_EQ(::rename(local(link + ".new"), local(link)), 0);
     watcher.watch({linked});
-    ProcessGuard foreign{forkSleeper()};
-    writeFile(at("b/db/corvanta.lck"), QByteArray::number(foreign.pid) + "\n");
+    ProcessGuard linkedServer{forkSleeper()};
+    writeFile(at("b/db/corvanta.lck"), QByteArray::number(linkedServer.pid) + "\n");
     EXPECT_TRUE(reaches(linked, ServerStatusRunning));
-}
 
-TEST_F(Watcher, WatchesAreBoundedAndReleased) {
-    const int before = openDescriptors();
     QList<CorvantaInstancePtr> many;
     for (int i = 0; i < InstanceWatcher::MaxInstances + 44; ++i) {
         makeInstance(at(QString("many/%1").arg(i)));
