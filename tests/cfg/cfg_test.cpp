@@ -408,8 +408,7 @@ TEST(CfgCommit, ALinkStaysALinkToTheReplacedFileWhoseModeIsKept) {
     ASSERT_EQ(chmod(real.c_str(), 0640), 0);
     ASSERT_EQ(symlink("real/settings.ini", dir.file("link.ini").c_str()), 0);
     ASSERT_EQ(symlink(dir.file("link.ini").c_str(), dir.file("chain.ini").c_str()), 0);
-    struct stat old {
-    }, now{};
+    struct stat old = {}, now = {};
     ASSERT_EQ(stat(real.c_str(), &old), 0);
     const Edit edit(dir.file("chain.ini"));
     EXPECT_EQ(edit.set("new"), 0);
@@ -428,8 +427,7 @@ TEST(CfgCommit, ALinkStaysALinkToTheReplacedFileWhoseModeIsKept) {
 TEST(CfgCommit, AFileInADirectoryWithoutWriteAccessIsRewrittenInPlace) {
     const Image img("[s]\nk = an old value longer than the new one\n");
     const std::string &path = img.path, &dir = img.dir.path;
-    struct stat old {
-    }, now{};
+    struct stat old = {}, now = {};
     ASSERT_EQ(stat(path.c_str(), &old), 0);
     const uid_t nobody = 65534;
     if (geteuid() == 0) {  // root writes anywhere: commit as someone else

@@ -73,8 +73,6 @@ public:
     ProcessGuard server;  // last: kills a leftover server before tmp goes
 };
 
-namespace {
-
 enum Pid { Absent, Garbage, Known, Other, Init, Self };
 
 // Name; status before; known server lives on; lock file holds; ini there; then status, pid,
@@ -104,8 +102,6 @@ const Transition kTransitions[] = {
     {"InitIsNoServer", Stopped, false, Init, true, Stopped, Init, Unchanged, kStale},
     {"MonitorIsNoServer", Stopped, false, Self, true, Stopped, Self, Unchanged, kStale},
 };
-
-}  // namespace
 
 class Refresh : public InstanceTest, public ::testing::WithParamInterface<Transition> {};
 
@@ -453,36 +449,26 @@ TEST_F(InstanceTest, AnotherUsersServerReadsAsStoppedAndIsNotSignalled) {
     EXPECT_EQ(::waitpid(rootsProcess.pid, nullptr, WNOHANG), 0);  // alive
 }
 
-class Watcher : public InstanceTest {
-protected:
-    void SetUp() override {
-        InstanceTest::SetUp();
-        record->probeConfiguration();
-        record->refresh();
-        watcher.watch({record});
-        // Status changes seen through events, repeats folded.
-        QObject::connect(&watcher, &InstanceWatcher::refreshed,
-                         [this](const CorvantaInstancePtr &r) {
-                             if (changes.isEmpty() || changes.last() != r->serverStatus())
-                                 changes.append(r->serverStatus());
-                         });
-    }
-    // Runs the event loop, never a refresh of its own, until `r` reads `status`.
-    static bool reaches(const CorvantaInstancePtr &r, qint32 status) {
-        return QTest::qWaitFor([&] { return r->serverStatus() == status; }, 20000);
-    }
-
-    CorvantaInstancePtr record = CorvantaInstancePtr::create(dir);
-    InstanceWatcher watcher;
-    QList<qint32> changes;
-};
-
 // A server of someone else's, in a directory replaced under the watch: learnt through its lock
 // file appearing (empty at first), being written and vanishing, until the directory goes and its
 // watch is released. The next listing after a link on the way is re-pointed watches where the
 // path leads now. Watches are bounded and all released.
-TEST_F(Watcher, ServersAreFollowedThroughReplacedDirectoriesAndRepointedLinksWithinABound) {
+TEST_F(InstanceTest, ServersAreFollowedThroughReplacedDirectoriesAndRepointedLinksWithinABound) {
+    const auto record = CorvantaInstancePtr::create(dir);
+    record->probeConfiguration();
+    record->refresh();
+    InstanceWatcher watcher;
+    watcher.watch({record});
     const int before = openDescriptors();
+    QList<qint32> changes;  // seen through events, repeats folded
+    QObject::connect(&watcher, &InstanceWatcher::refreshed, [&](const CorvantaInstancePtr &r) {
+        if (changes.isEmpty() || changes.last() != r->serverStatus())
+            changes.append(r->serverStatus());
+    });
+    // Runs the event loop, never a refresh of its own, until `r` reads `status`.
+    const auto reaches = [](const CorvantaInstancePtr &r, qint32 status) {
+        return QTest::qWaitFor([&] { return r->serverStatus() == status; }, 20000);
+    };
     const QString moved = at("moved");
     ASSERT_EQ(::rename(local(dir), local(moved)), 0);
     makeInstance(dir);  // a new directory in its place
