@@ -339,24 +339,20 @@ int inChild(const std::function<int()> &body) {
 // Each round lets a few more commits finish and kills the child in the next
 // one, wherever it has got to.
 TEST(CfgCommit, ACommitKilledAtAnyPointLeavesTheOldFileOrTheNewOne) {
-    TempDir dir;
-    const std::string path = dir.file("big.ini");
     const std::string text[2] = {layoutText(4 << 20, 'a'), layoutText(4 << 20, 'b')};
+    const Image one(text[1]);  // a handle per text on the same file
+    writeFile(one.path, text[0]);
+    const Edit zero(one.path);
+    const Edit *h[2] = {&zero, &one};
     for (int finished = 1; finished <= 6; ++finished) {
         int fds[2];
         ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
         const pid_t child = fork();
         ASSERT_GE(child, 0);
-        if (child == 0) {  // a handle per text, committed in turn, a byte to the pipe after each
-            ZEM_CfgHandle *h[2] = {};
-            for (const int i : {1, 0}) {
-                writeFile(path, text[i]);
-                ZEM_Cfg_init(&h[i], path.c_str());
-            }
+        if (child == 0) {  // the texts committed in turn, a byte to the pipe after each
             for (int i = 1;; i ^= 1) {  // marked modified by a write of the value it holds
-                if (!h[i] ||
-                    ZEM_Cfg_write(h[i], "big", "k1000000", text[i].substr(17, 72).c_str()) ||
-                    ZEM_Cfg_commit(h[i]) || write(fds[1], "+", 1) != 1) {
+                if (ZEM_Cfg_write(*h[i], "big", "k1000000", text[i].substr(17, 72).c_str()) ||
+                    ZEM_Cfg_commit(*h[i]) || write(fds[1], "+", 1) != 1) {
                     _exit(3);
                 }
             }
@@ -369,7 +365,7 @@ TEST(CfgCommit, ACommitKilledAtAnyPointLeavesTheOldFileOrTheNewOne) {
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
         close(fds[0]);
-        const std::string left = readFile(path);
+        const std::string left = readFile(one.path);
         EXPECT_TRUE(left == text[0] || left == text[1])
             << "after " << finished << " commits the file holds " << left.size() << " bytes";
     }
