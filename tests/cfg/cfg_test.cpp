@@ -175,13 +175,9 @@ TEST(CfgOpen, OnlyRegularFilesOpenAndMissingOnesOnlyIfCreatedWithoutLeakingADesc
     EXPECT_EQ(entries("/proc/self/fd"), before);
 }
 
-const char *const kSample =
-    "; head\ntop = 0\n"
-    "[Database]\nPort = 3306\n; note\n  continued\nName = main\nport = 9\n"
-    "[empty]\n[other]\nx = 1\n[DATABASE]\nlate = 1\n";
-
-// In order on one handle, so each find also has to leave where the last one stopped.
-TEST(CfgLookup, FindSearchesOnlyTheFirstSectionOfANameAndStopsAfterTheMatch) {
+// In order on one handle, so each find also has to leave where the last one stopped. A refresh
+// then keeps image and walk unless the bytes changed, and discards edits.
+TEST(CfgLookup, FindSearchesOnlyTheFirstSectionOfANameAndRefreshOnlyChangedBytes) {
     struct {
         const char *section, *id;
         int result;
@@ -198,7 +194,10 @@ TEST(CfgLookup, FindSearchesOnlyTheFirstSectionOfANameAndStopsAfterTheMatch) {
         {"other", "missing", -1, "1 <DATABASE> ~ ~", "2 <DATABASE> <late> <1>"},
         {"other", "X", 0, "2 <other> <x> <1>", "1 <DATABASE> ~ ~"},
     };
-    Image img(kSample);
+    Image img(
+        "; head\ntop = 0\n"
+        "[Database]\nPort = 3306\n; note\n  continued\nName = main\nport = 9\n"
+        "[empty]\n[other]\nx = 1\n[DATABASE]\nlate = 1\n");
     for (const auto &c : cases) {
         SCOPED_TRACE(std::string(c.section) + " " + show(c.id));
         EXPECT_EQ(ZEM_Cfg_find(img, c.section, c.id), c.result);
@@ -206,10 +205,6 @@ TEST(CfgLookup, FindSearchesOnlyTheFirstSectionOfANameAndStopsAfterTheMatch) {
         ZEM_Cfg_nextentry(img);
         EXPECT_EQ(state(img), c.next);
     }
-}
-
-TEST(CfgRefresh, KeepsImageAndWalkUnlessTheBytesChangedAndDiscardsEdits) {
-    Image img(kSample);
     ASSERT_EQ(ZEM_Cfg_find(img, "Database", "Port"), 0);
     const int64_t time = img->textTime;
     EXPECT_EQ(ZEM_Cfg_refresh(img), 0);
@@ -241,8 +236,9 @@ const char *const kBase =
 // Each row: the text, the writes (section, id, value; each must succeed), the committed file.
 // A set keeps the name, comment and own value and adds to the first section of a name before
 // its lead-out; a delete takes the attached comments only. Nothing to delete leaves the handle
-// unmodified, so the file keeps its own spacing.
-TEST(CfgWrite, SetsAndDeletesKeysAndSectionsAsCommitted) {
+// unmodified, so the file keeps its own spacing. A merge replaces runs, inserts new keys,
+// appends new sections and always marks the handle modified.
+TEST(CfgWrite, SetsDeletesAndMergesKeysAndSectionsAsCommitted) {
     const struct {
         const char *text;
         std::vector<std::array<const char *, 3>> writes;
@@ -292,10 +288,7 @@ TEST(CfgWrite, SetsAndDeletesKeysAndSectionsAsCommitted) {
     ASSERT_EQ(ZEM_Cfg_write(img, "s", "k", img->value), 0);  // copied before it is freed
     EXPECT_EQ(img.committed(), "[s]\nk = v\n");
     EXPECT_EQ(entries("/proc/self/fd"), before);  // committing leaves none open
-}
-
-TEST(CfgMerge, ReplacesRunsInsertsNewKeysAppendsNewSectionsAndAlwaysMarksModified) {
-    const char *const cases[][3] = {
+    const char *const merges[][3] = {
         {"[db]\nport = 1\n  old cont\nname = a\n[other]\no = 1\n",
          "pre = ignored\n[DB]\n; ignored lead\nPort = 2\n  new cont\n  more\nextra = e\n"
          "[new]\n; kept\nn = 1\n",
@@ -304,7 +297,7 @@ TEST(CfgMerge, ReplacesRunsInsertsNewKeysAppendsNewSectionsAndAlwaysMarksModifie
         {"", "[a]\nx = 1\n[b]\ny = 2\n", "[a]\nx = 1\n\n[b]\ny = 2\n"},
         {"[a]\nx=1\n", "; nothing\n", "[a]\nx = 1\n"},
     };
-    for (const auto &[target, source, file] : cases) {
+    for (const auto &[target, source, file] : merges) {
         SCOPED_TRACE(source);
         Image into(target), from(source);
         ASSERT_EQ(cfg_merge(into, from), 0);
