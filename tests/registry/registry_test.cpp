@@ -73,7 +73,7 @@ public:
     ProcessGuard server;  // last: kills a leftover server before tmp goes
 };
 
-enum Pid { Absent, Garbage, Known, Other, Init, Self };
+enum Pid { Absent, Garbage, Known, Other, Init };
 
 // Name; status before; known server lives on; lock file holds; ini there; then status, pid,
 // entry status and log after ($L lock file, $K known pid, $O other pid).
@@ -100,7 +100,6 @@ const Transition kTransitions[] = {
     {"RunningReplaced", Running, false, Other, true, Running, Other, Unchanged, ""},
     {"StoppedMalformed", Stopped, false, Garbage, true, Stopped, Absent, Unchanged, kMalformed},
     {"InitIsNoServer", Stopped, false, Init, true, Stopped, Init, Unchanged, kStale},
-    {"MonitorIsNoServer", Stopped, false, Self, true, Stopped, Self, Unchanged, kStale},
 };
 
 class Refresh : public InstanceTest, public ::testing::WithParamInterface<Transition> {};
@@ -128,7 +127,7 @@ TEST_P(Refresh, FollowsTheTransitionTableAndRefusesStartOrStopOutOfTurn) {
     }
 
     ProcessGuard other{forkSleeper()};
-    const qint32 pids[] = {0, 0, known, other.pid, 1, ::getpid()};
+    const qint32 pids[] = {0, 0, known, other.pid, 1};
     removePath(lock);
     const QByteArray content = holds == Garbage ? "garbage" : QByteArray::number(pids[holds]);
     if (holds != Absent)
@@ -210,10 +209,10 @@ TEST_F(InstanceTest, LockFileGivesItsFirstDigitRunAndFaultsAreToldOncePerVersion
     }
 }
 
-TEST(IsRunning, NoProcessIdBelowOneNorAnotherParentsUnreapedServerIsRunning) {
+TEST(IsRunning, NoProcessIdBelowOneNorThisProcessNorAnotherParentsUnreapedServerIsRunning) {
     const CorvantaInstance record("/nowhere");
-    EXPECT_FALSE(record.isRunning(0));
-    EXPECT_FALSE(record.isRunning(-1));  // kill(-1, 0) reaches everything
+    for (const qint32 pid : {0, -1, ::getpid()})  // kill(-1, 0) reaches everything
+        EXPECT_FALSE(record.isRunning(pid)) << pid;
     // A server that ended, left unreaped by a parent that is not this process.
     int report[2];
     ASSERT_EQ(::pipe(report), 0);
@@ -286,7 +285,8 @@ TEST_F(InstanceTest, OnlyARegularIniMakesARecordValidAndItsLockFileIsCachedByMod
 
 // Each row plants some of the places as directories and names the others anyway; the first
 // planted one in the lookup order wins, and every place up to it is reported as looked at.
-TEST(Installation, TheFirstExistingPlaceInTheLookupOrderWins) {
+// Places the user names are resolved, a relative home= is passed over.
+TEST(Installation, TheFirstExistingPlaceInTheLookupOrderWinsAndUserNamedPlacesAreResolved) {
     const QStringList places = {"cmd", "env", "set", "opt", "lib", "pkg/Contents/corvanta"};
     const QStringList said = {
         "--home @/cmd", "CORVANTA_HOME=@/env",    "home=@/set in @/monitor.ini", "@/opt",
@@ -306,9 +306,6 @@ TEST(Installation, TheFirstExistingPlaceInTheLookupOrderWins) {
         EXPECT_EQ(lookup.looked,
                   QStringList(said.mid(0, planted[0] + 1)).replaceInStrings("@", root));
     }
-}
-
-TEST(Installation, UserNamedPlacesAreResolvedAndUnusableSettingsPassedOver) {
     QTemporaryDir tmp;
     const QString root = QDir(tmp.path()).canonicalPath();
     QDir().mkpath(root + "/real");
