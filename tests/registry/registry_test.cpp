@@ -73,7 +73,7 @@ public:
     ProcessGuard server;  // last: kills a leftover server before tmp goes
 };
 
-enum Pid { Absent, Garbage, Known, Other, Init };
+enum Pid { Absent, Garbage, Known, Other, Dead, Init };  // Dead: above any pid_max
 
 // Name; status before; known server lives on; lock file holds; ini there; then status, pid,
 // entry status and log after ($L lock file, $K known pid, $O other pid).
@@ -99,6 +99,7 @@ const Transition kTransitions[] = {
     {"RunningGoneStale", Running, false, Known, true, Stopped, Known, Changed, kStale},
     {"RunningReplaced", Running, false, Other, true, Running, Other, Unchanged, ""},
     {"StoppedMalformed", Stopped, false, Garbage, true, Stopped, Absent, Unchanged, kMalformed},
+    {"StoppedStale", Stopped, false, Dead, true, Stopped, Dead, Unchanged, kStale},
     {"InitIsNoServer", Stopped, false, Init, true, Stopped, Init, Unchanged, kStale},
 };
 
@@ -127,7 +128,7 @@ TEST_P(Refresh, FollowsTheTransitionTableAndRefusesStartOrStopOutOfTurn) {
     }
 
     ProcessGuard other{forkSleeper()};
-    const qint32 pids[] = {0, 0, known, other.pid, 1};
+    const qint32 pids[] = {0, 0, known, other.pid, 2147483647, 1};
     removePath(lock);
     const QByteArray content = holds == Garbage ? "garbage" : QByteArray::number(pids[holds]);
     if (holds != Absent)
