@@ -160,41 +160,10 @@ TEST_F(TrayMenu, ListsInstancesAndChoosesTheDefault) {
     }
 }
 
-// While the menu is open, ticks rewrite its instance items for a bounded time; while it is
-// closed, the kernel's news keep the menu and the icon current, with no ticks.
-TEST_F(TrayMenu, TicksRewriteItemsOnlyWhileOpenAndEventsKeepTheClosedMenuCurrent) {
-    addInstance(u"alpha"_s);
-    const QString dir = addInstance(u"database"_s);
-    open();
-    EXPECT_EQ(app.statusReporter().iconState(), IconState::Stopped);
-    addInstance(u"alpha+run"_s);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return item(u"Stop Instance 'alpha'"_s); }, 3000));
-    menu->hide();
-    EXPECT_FALSE(timerRunning());
-    writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] { return app.statusReporter().iconState() == IconState::Running; }, 10000));
-    EXPECT_FALSE(timerRunning());
-    EXPECT_EQ(describe(*menu),
-              u"+ Stop Instance 'alpha'\n+ Stop Default Instance\n"_s + fixedItems(false, true));
-
-    open();
-    app.menu().aboutToShow();  // a second opening without a close
-    for (int n = 1; n < StatusMenu::MaxTicksPerOpening; ++n) {
-        tick();
-    }
-    EXPECT_TRUE(timerRunning());
-    tick();
-    EXPECT_FALSE(timerRunning());
-    open();  // counts afresh
-    tick();
-    EXPECT_TRUE(timerRunning());
-}
-
-// Instance directories that come and go reach the menu, and with it a tray host's copy, with no
-// opening. A rebuild's earlier items outlive it until the menu has closed, or until the next
-// rebuild when no close is ever reported.
-TEST_F(TrayMenu, FollowsInstanceDirectoriesAndDeletesEarlierItemsOnceTheMenuHasClosed) {
+// Directories that come and go reach the menu, and a host's copy, unopened; a rebuild's earlier
+// items live until the menu closes, or until the next rebuild if no close is told. Ticks rewrite
+// the open menu for a bounded time; the kernel's news keep it and the icon current when closed.
+TEST_F(TrayMenu, FollowsInstancesAndServersAndTicksOnlyWhileOpen) {
     app.model().rescan();
     addInstance(u"alpha"_s);
     EXPECT_TRUE(QTest::qWaitFor([&] { return item(u"Start Instance 'alpha'"_s); }, 5000));
@@ -211,9 +180,34 @@ TEST_F(TrayMenu, FollowsInstanceDirectoriesAndDeletesEarlierItemsOnceTheMenuHasC
     ASSERT_TRUE(QDir(home + u"/beta"_s).removeRecursively());
     EXPECT_TRUE(QTest::qWaitFor(
         [&] { return describe(*menu) == u"- No Corvanta Instances\n"_s + fixedItems(); }, 5000));
-    addInstance(u"gamma"_s);
+    addInstance(u"alpha"_s);
+    const QString dir = addInstance(u"database"_s);
     app.model().rescan();
     EXPECT_FALSE(second);
+
+    open();
+    EXPECT_EQ(app.statusReporter().iconState(), IconState::Stopped);
+    addInstance(u"alpha+run"_s);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return item(u"Stop Instance 'alpha'"_s); }, 3000));
+    menu->hide();
+    EXPECT_FALSE(timerRunning());
+    writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return app.statusReporter().iconState() == IconState::Running; }, 10000));
+    EXPECT_FALSE(timerRunning());
+    EXPECT_EQ(describe(*menu),
+              u"+ Stop Instance 'alpha'\n+ Stop Default Instance\n"_s + fixedItems(false, true));
+    open();
+    app.menu().aboutToShow();  // a second opening without a close
+    for (int n = 1; n < StatusMenu::MaxTicksPerOpening; ++n) {
+        tick();
+    }
+    EXPECT_TRUE(timerRunning());
+    tick();
+    EXPECT_FALSE(timerRunning());
+    open();  // counts afresh
+    tick();
+    EXPECT_TRUE(timerRunning());
 }
 
 // Outside an event loop quitting does nothing, so the choice itself is what is seen.
