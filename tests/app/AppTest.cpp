@@ -89,14 +89,12 @@ struct ApplicationProbe : ::testing::Test {
     }
 
     void SetUp() override {
-        searchIn(home);
+        app.model().setSearchPaths({home});
         app.setPackageRoot(home + u"/package"_s);
         standIn.setChildProcessModifier(&becomeReader);  // so that a reader may signal it
         standIn.start(u"sleep"_s, {u"60"_s});
         ASSERT_TRUE(standIn.waitForStarted());
     }
-
-    void searchIn(const QString &dir) { app.model().setSearchPaths({dir}); }
 
     // `name` is a directory name, with "+log" and "+run" as wanted; a running
     // instance's lock file names a live process that is no server.
@@ -154,7 +152,7 @@ TEST_F(TrayMenu, ListsInstancesAndChoosesTheDefault) {
         for (const QString &instance : instances) {
             addInstance(instance);
         }
-        searchIn(home + u'/' + QString::fromUtf8(under));
+        app.model().setSearchPaths({home + u'/' + QString::fromUtf8(under)});
         EXPECT_EQ(open(), expected);
         EXPECT_EQ(timerRunning(), !instances.isEmpty());
     }
