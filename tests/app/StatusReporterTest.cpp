@@ -189,8 +189,10 @@ TEST_F(StatusReporting, FailedStartsKillsAndHungStopsAreToldOnceWithTheirAction)
 
     start("CORVANTA_STANDIN_PORT", "0");
     ASSERT_TRUE(reaches(ServerStatusRunning));
-    ::kill(record->pid(), SIGKILL);
+    const qint32 killed = record->pid();
+    ::kill(killed, SIGKILL);
     EXPECT_TRUE(told(2).endsWith(u"killed by signal 9. | open-log"_s));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return gone(killed); }, 20000));  // else not yet stale
     desktop.answers[1](u"open-log"_s);
     EXPECT_EQ(desktop.opened, QStringList{dir + u"/corvanta.log"_s});
 
