@@ -177,8 +177,8 @@ protected:
     CorvantaInstancePtr record;
 };
 
-// One instance through every way a server ends. The notification's wording, the icon and the
-// reaping of a kill are e2e.tray's; here the actions, and that no end is told twice or wrongly.
+// One instance through every way a server ends. A kill's full wording and its icon are
+// e2e.tray's; here the actions, and that no end is told twice or wrongly.
 TEST_F(StatusReporting, FailedStartsKillsAndHungStopsAreToldOnceWithTheirAction) {
     const QRegularExpression failed(
         u"^Default Instance failed to start \\| The server exited with status 3\\.\nLast lines of "
