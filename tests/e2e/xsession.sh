@@ -45,21 +45,6 @@ xs_stop() {
     xs_pids=()
 }
 
-# For test scripts' exit traps, given the exit status: a failed run keeps `work` for a look.
-xs_finish() {
-    [[ -z ${monitor_pid:-} ]] || kill "$monitor_pid" 2>/dev/null || true
-    xs_stop
-    (($1 == 0)) && rm -rf "$work" && return
-    echo "FAILED at step '$step' (exit $1); screenshots and logs in $work" >&2
-}
-
-# Runs the monitor (the command given) and waits for its icon; `monitor_pid` is its process.
-xs_launch() {
-    "$@" >"$work/monitor.log" 2>&1 &
-    monitor_pid=$!
-    xs_wait 10 xs_tray_icon >/dev/null || xs_fail "the tray icon did not appear"
-}
-
 # The tray icon is the monitor's window docked in the panel; menus and dialogs
 # are top-level windows.
 xs_tray_icon() {
@@ -104,15 +89,4 @@ xs_choose() {
     xs_screenshot "$step-menu"
     xdotool key --repeat "$2" "$1"
     xdotool key Return
-}
-
-xs_monitor_gone() { ! kill -0 "$monitor_pid" 2>/dev/null; }
-
-# Quits from the menu's last item; the monitor must end at once and well.
-xs_quit() {
-    step=quit
-    xs_choose Up 1
-    xs_wait 10 xs_monitor_gone || xs_fail "the monitor did not quit"
-    local pid=$monitor_pid && monitor_pid=
-    wait "$pid" || xs_fail "the monitor exited with status $?"
 }
