@@ -22,9 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "cfg/cfg.h"
 #include "cfg/cfg_internal.h"
-#include "cfg/md5.h"
 
 namespace cfgtest {
 

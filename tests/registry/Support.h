@@ -1,13 +1,11 @@
 #pragma once
 // The registry suites' fixture: an instance directory and its record.
 
-#include "registry/CorvantaInstance.h"
 #include "registry/CorvantaManager.h"
 #include "registry/Installation.h"
 #include "registry/InstanceWatcher.h"
 #include "registry/Launch.h"
 #include "registry/MonitorSettings.h"
-#include "registry/Paths.h"
 #include "registry/SystemLog.h"
 
 #include "../TestSupport.h"
