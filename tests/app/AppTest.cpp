@@ -27,13 +27,11 @@ TEST_F(TrayMenu, ListsInstancesAndChoosesTheDefault) {
     }
 }
 
-// Directories that come and go reach the menu, and a host's copy, unopened; a rebuild's earlier
-// items live until the menu closes, or until the next rebuild if no close is told. Ticks rewrite
-// the open menu for a bounded time; the kernel's news keep it and the icon current when closed.
-TEST_F(TrayMenu, FollowsInstancesAndServersAndTicksOnlyWhileOpen) {
-    app.model().rescan();
+// Directories that go reach the menu unopened; a rebuild's earlier items live until the menu
+// closes, or until the next rebuild if no close is told; ticks are bounded. New directories and
+// servers reaching the closed menu and the icon, and no timer after a host's menu, are e2e's.
+TEST_F(TrayMenu, FollowsInstancesAndTicksOnlyWhileOpen) {
     addInstance(u"alpha"_s);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return item(u"Start Instance 'alpha'"_s); }, 5000));
     open();
     const QPointer<QAction> first = item(u"Start Instance 'alpha'"_s);
     addInstance(u"beta"_s);
@@ -48,22 +46,9 @@ TEST_F(TrayMenu, FollowsInstancesAndServersAndTicksOnlyWhileOpen) {
     EXPECT_TRUE(QTest::qWaitFor(
         [&] { return describe(*menu) == u"- No Corvanta Instances\n"_s + fixedItems(); }, 5000));
     addInstance(u"alpha"_s);
-    const QString dir = addInstance(u"database"_s);
     app.model().rescan();
     EXPECT_FALSE(second);
 
-    open();
-    EXPECT_EQ(app.statusReporter().iconState(), IconState::Stopped);
-    addInstance(u"alpha+run"_s);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return item(u"Stop Instance 'alpha'"_s); }, 3000));
-    menu->hide();
-    EXPECT_FALSE(timerRunning());
-    writeFile(dir + u"/corvanta.lck"_s, QByteArray::number(standIn.processId()));
-    EXPECT_TRUE(QTest::qWaitFor(
-        [&] { return app.statusReporter().iconState() == IconState::Running; }, 10000));
-    EXPECT_FALSE(timerRunning());
-    EXPECT_EQ(describe(*menu),
-              u"+ Stop Instance 'alpha'\n+ Stop Default Instance\n"_s + fixedItems(false, true));
     open();
     app.menu().aboutToShow();  // a second opening without a close
     for (int n = 1; n < StatusMenu::MaxTicksPerOpening; ++n) {
@@ -109,7 +94,7 @@ TEST_F(TrayMenu, QuitKeyActsOnlyInTheOpenMenu) {
 
 // A click on the icon opens the menu placed on the screen and kept to the room it got there
 // until it closes. That a click on Wayland opens the host's menu instead, and that a host-drawn
-// menu meanwhile adds no second confirmation, is e2e.wayland_tray's (and e2e.gnome_tray's).
+// menu meanwhile adds no second confirmation, is e2e.tray_wayland's (and e2e.tray_gnome's).
 TEST_F(TrayMenu, ClickOnIconOpensTheMenuWithinTheScreen) {
     for (int i = 0; i < 60; ++i) {
         addInstance(u"i%1"_s.arg(i));
@@ -121,13 +106,10 @@ TEST_F(TrayMenu, ClickOnIconOpensTheMenuWithinTheScreen) {
     EXPECT_TRUE(menu->screen()->availableGeometry().contains(opened));
     EXPECT_TRUE(timerRunning());
     menu->hide();
-    EXPECT_FALSE(clickIcon(u"wayland"));  // the host shows its own menu there
-    EXPECT_FALSE(menu->isVisible());
     for (int i = 1; i < 60; ++i) {
         EXPECT_TRUE(QDir(home + u"/i%1"_s.arg(i)).removeRecursively());
     }
     menu->popup(QPoint(0, 0));  // as a tray host opening the menu itself
-    EXPECT_EQ(describe(*menu), u"+ Start Instance 'i0'\n"_s + fixedItems());
     EXPECT_LT(menu->height(), opened.height());
 }
 

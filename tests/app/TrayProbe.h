@@ -3,7 +3,6 @@
 
 #include "app/tray/Application.h"
 #include "app/tray/StartAtLogin.h"
-#include "app/tray/StatusReporter.h"
 #include "registry/SystemLog.h"
 
 #include <QApplication>
@@ -67,20 +66,16 @@ inline QString fixedItems(bool log = false, bool console = false) {
 
 // A friend of Application and its menu; the model searches a temporary directory.
 struct ApplicationProbe : ::testing::Test {
-    bool confirming() const { return app._confirming; }
     bool timerRunning() const { return app._menu._refreshTimer.isActive(); }
     void tick() {
         QTimerEvent event(app._menu._refreshTimer.timerId());
         app._menu.timerEvent(&event);
     }
     void updateItem(QAction *item, CorvantaInstance *record) { app._menu.updateItem(item, record); }
-    bool clickIcon(QStringView platform = u"xcb") {
-        return app.iconClicked({5, 5, 1, 1}, platform);
-    }
+    bool clickIcon() { return app.iconClicked({5, 5, 1, 1}, u"xcb"); }
 
     void SetUp() override {
         app.model().setSearchPaths({home});
-        app.setPackageRoot(home + u"/package"_s);
         standIn.setChildProcessModifier(&becomeReader);  // so that a reader may signal it
         standIn.start(u"sleep"_s, {u"60"_s});
         ASSERT_TRUE(standIn.waitForStarted());
