@@ -36,14 +36,12 @@ def layout(service):
 
 
 def run(loop, seconds):
-    """Runs the loop until it is quit or `seconds` pass."""
     timer = GLib.timeout_add(int(seconds * 1000) + 1, loop.quit)
     loop.run()
     GLib.source_remove(timer)
 
 
 def find_item(service, label, seconds=5):
-    """Runs a menu client until an item has the label; None when time is up."""
     client, loop = Dbusmenu.Client.new(service, prop(service, "Menu")), GLib.MainLoop()
 
     def match():
@@ -95,7 +93,4 @@ def main(command, *args):
 
 
 if __name__ == "__main__":
-    try:
-        main(*sys.argv[1:])
-    except (GLib.Error, TypeError) as e:
-        sys.exit(f"sni_client: {e}")
+    main(*sys.argv[1:])

@@ -56,8 +56,7 @@ bus() {
     spawn dbus-daemon --config-file="$work/$1.conf" --nofork 2>>"$work/bus.log"
     xs_wait 5 test -S "$work/$1" || fail "no $1 bus"
 }
-# Answers the confirmation, once it is up, with a key until it is gone: a key sent before it
-# has the focus is lost.
+# Answers the confirmation with a key until it is gone: a key sent before it has the focus is lost.
 close() {
     local key=$1
     xs_wait 15 eval '(($(dialogs) > 0))' && xs_wait 15 eval 'answer "$key"; (($(dialogs) == 0))'
@@ -75,6 +74,7 @@ kill_is_told() {
     rm "$lock" # left by the killed server
 }
 cli_start() { run start database --wait >/dev/null && shows "Stop Default Instance" || fail "start not shown"; }
+cli_killed() { cli_start && kill_is_told "The server ended; its exit status is not known to Corvanta Monitor."; }
 start_from_menu() {
     choose "Start Default Instance" && close Return || fail "the start was not confirmed"
     xs_wait 15 server_runs || fail "the server did not start"
@@ -82,9 +82,8 @@ start_from_menu() {
     shows "Stop Default Instance" || fail "the start is not shown"
 }
 
-# Each adapter: host_start, after_launch, shown (the icon), click BUTTON (opens the host's
-# menu), dismiss, choose LABEL, dialogs (their count), answer KEY, shows LABEL (waits until
-# the menu or the icon shows it), notifications, screenshot NAME.
+# Each adapter: host_start, after_launch, shown (the icon), click BUTTON (opens the host's menu),
+# dismiss, choose LABEL, dialogs (their count), answer KEY, shows LABEL, notifications, screenshot.
 after_launch() { :; }
 notifications() { cat "$work/notifications" 2>/dev/null || true; } # the recorder's lines
 screenshot() { :; }
@@ -105,10 +104,9 @@ xembed)
         *Default*) n=$(grep -nx database <<<"$instances" | cut -d: -f1) ;;
         *) n=$(grep -nx "${name%\'}" <<<"$instances" | cut -d: -f1) ;;
         esac
-        click 1 && xdotool key --repeat "$n" "$key" && xdotool key Return
+        click 1 && xs_screenshot "$step-menu" && xdotool key --repeat "$n" "$key" && xdotool key Return
     }
     dialogs() { xdotool search --maxdepth 1 --onlyvisible --name '^Corvanta Monitor$' 2>/dev/null | wc -l; }
-    # Only while a window of the monitor's has the keyboard.
     answer() {
         xdotool search --maxdepth 1 --onlyvisible --class '^corvanta-monitor$' 2>/dev/null |
             grep -qx "$(xdotool getwindowfocus 2>/dev/null)" && xdotool key "$1"
@@ -170,7 +168,7 @@ wayland)
     shows() { "$sni" find "$service" "$1"; }
     screenshot() { grim "$work/$1.png" 2>/dev/null || true; }
     read -r -d '' vpointer <<'EOF' || true
-import socket, struct, sys
+import re, socket, struct, sys
 sock = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
 sock.connect(sys.argv[1])
 def send(obj, op, body=b''):
@@ -178,16 +176,13 @@ def send(obj, op, body=b''):
 iface = b'zwlr_virtual_pointer_manager_v1\0'
 send(1, 1, struct.pack('=I', 2))  # wl_display.get_registry -> 2
 send(1, 0, struct.pack('=I', 3))  # wl_display.sync -> 3, done after the globals
-buf, name, synced = b'', None, False
-while not synced:
+buf = b''
+while struct.pack('=IHH', 3, 0, 12) not in buf:  # the callback's done event
     buf += sock.recv(4096) or sys.exit('the compositor closed the connection')
-    while len(buf) >= 8 and len(buf) >= (size := struct.unpack_from('=IHH', buf)[2]):
-        obj, op, _ = struct.unpack_from('=IHH', buf)
-        body, buf, synced = buf[8:size], buf[size:], synced or obj == 3
-        if obj == 2 and op == 0 and body[8:8 + len(iface)] == iface:
-            name = struct.unpack_from('=I', body)[0]
-name is not None or sys.exit('no virtual pointer manager')
-send(2, 0, struct.pack('=II', name, len(iface)) + iface + b'\0' * (-len(iface) % 4) +
+# The global's event: its name, then the interface as a string.
+name = re.search(rb'(.{4})' + struct.pack('=I', len(iface)) + iface, buf, re.S)
+name or sys.exit('no virtual pointer manager')
+send(2, 0, name[1] + struct.pack('=I', len(iface)) + iface + b'\0' * (-len(iface) % 4) +
      struct.pack('=II', 1, 4))  # wl_registry.bind -> 4
 send(4, 0, struct.pack('=II', 0, 5))  # create_virtual_pointer(default seat) -> 5
 while sock.recv(4096):
@@ -282,8 +277,7 @@ scenario() {
 
     step=unopened # started and killed from a terminal before any opening of the menu
     [[ $sni_host ]] || import -window "$(xs_tray_icon)" "$work/icon-stopped.png"
-    cli_start
-    kill_is_told "The server ended; its exit status is not known to Corvanta Monitor."
+    cli_killed
 
     step=clicks # left and right: the host's menu at the icon, complete from the first click
     for button in 1 3; do
@@ -333,8 +327,7 @@ scenario() {
     cli_start
     run stop database --wait >/dev/null && shows "Start Default Instance" || fail "the stop is not shown"
     told '' # a clean stop
-    cli_start
-    kill_is_told "The server ended; its exit status is not known to Corvanta Monitor."
+    cli_killed
     [[ -z $sni_host ]] || (($(layouts) == 0)) || fail "server changes announced a new layout"
     [[ -z $sni_host ]] || dismiss || fail "the menu stayed open"
 
