@@ -1,14 +1,7 @@
 #!/usr/bin/python3
-"""The tray host's side of a StatusNotifierItem, on the session bus.
-
-Usage: sni_client.py item | prop SERVICE NAME | layout SERVICE
-       sni_client.py wait-label SERVICE LABEL SECONDS | click SERVICE LABEL
-
-`item` prints the one registered item's service; `layout` is one raw GetLayout
-call, a line per item; otherwise the menu is read and clicked through
-libdbusmenu-glib, as hosts do, at the path the item names. Exits 1 on
-failure or timeout.
-"""
+"""The tray host's side of a StatusNotifierItem: item | prop SERVICE NAME... | layout SERVICE |
+find SERVICE LABEL | click SERVICE LABEL. `layout` is one raw GetLayout call; find and click go
+through libdbusmenu-glib, as hosts do. Exits 1 on failure or a timeout of 5 s."""
 import sys
 import time
 
@@ -25,13 +18,9 @@ def call(service, path, iface, method, args):
     return bus.call_sync(service, path, iface, method, args, None, 0, 5000, None).unpack()
 
 
-def get(service, path, iface, name):
+def prop(service, name, path="/StatusNotifierItem", iface="org.kde.StatusNotifierItem"):
     return call(service, path, "org.freedesktop.DBus.Properties", "Get",
                 GLib.Variant("(ss)", (iface, name)))[0]
-
-
-def prop(service, name):
-    return get(service, "/StatusNotifierItem", "org.kde.StatusNotifierItem", name)
 
 
 def layout(service):
@@ -47,14 +36,12 @@ def layout(service):
 
 
 def run(loop, seconds):
-    """Runs the loop until it is quit or `seconds` pass."""
     timer = GLib.timeout_add(int(seconds * 1000) + 1, loop.quit)
     loop.run()
     GLib.source_remove(timer)
 
 
-def find_item(service, label, seconds):
-    """Runs a menu client until an item has the label; None when time is up."""
+def find_item(service, label, seconds=5):
     client, loop = Dbusmenu.Client.new(service, prop(service, "Menu")), GLib.MainLoop()
 
     def match():
@@ -73,8 +60,7 @@ def find_item(service, label, seconds):
     return client, loop, found
 
 
-def click(service, label):
-    client, loop, item = find_item(service, label, 5)
+def click(client, loop, item):
     answer = []
 
     def result(_client, target, name, _data, _timestamp, error):
@@ -90,25 +76,21 @@ def click(service, label):
 
 def main(command, *args):
     if command == "item":
-        items = get(WATCHER, "/StatusNotifierWatcher", WATCHER, "RegisteredStatusNotifierItems")
+        items = prop(WATCHER, "RegisteredStatusNotifierItems", "/StatusNotifierWatcher", WATCHER)
         if len(items) != 1:
             sys.exit(f"sni_client: {len(items)} items registered")
         print(items[0].split("/")[0].rstrip("@"))  # "service/path" or "service@/path"
     elif command == "prop":
-        value = prop(*args)
-        print(str(value).lower() if isinstance(value, bool) else value)
+        print(*(prop(args[0], name) for name in args[1:]), sep="\n")
     elif command == "layout":
         layout(*args)
-    elif command == "wait-label":
-        find_item(args[0], args[1], float(args[2]))
-    elif command == "click":
-        click(*args)
+    elif command in ("find", "click"):
+        found = find_item(*args)
+        if command == "click":
+            click(*found)
     else:
         sys.exit(__doc__)
 
 
 if __name__ == "__main__":
-    try:
-        main(*sys.argv[1:])
-    except (GLib.Error, TypeError) as e:
-        sys.exit(f"sni_client: {e}")
+    main(*sys.argv[1:])

@@ -3,7 +3,6 @@
 # shellcheck shell=bash disable=SC2154
 xs_pids=()
 
-# Exits as skipped (77) unless every tool named is installed.
 xs_require() { for t; do command -v "$t" >/dev/null || { echo "SKIP: $t is not installed"; exit 77; }; done; }
 
 # Polls a command every 0.1 s until it succeeds or `seconds` pass.
@@ -16,7 +15,6 @@ xs_wait() {
     done
 }
 
-# Xvfb on a display number it picks itself (-displayfd), then a tray host.
 xs_start() {
     : >"$work/display"
     Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
@@ -55,10 +53,10 @@ xs_tray_icon() {
 xs_has_popup() { xdotool search --maxdepth 1 --onlyvisible --class '^corvanta-monitor$' >/dev/null 2>&1; }
 xs_no_popup() { ! xs_has_popup; }
 
-# Clicks the tray icon and waits for the menu to take the keyboard.
+# Clicks the tray icon (button 1 unless given) and waits for the menu to take the keyboard.
 xs_open_menu() {
     xs_wait 5 xs_no_popup || { echo "a window is still open" >&2; return 1; }
-    xdotool mousemove --window "$(xs_tray_icon)" 8 8 click 1
+    xdotool mousemove --window "$(xs_tray_icon)" 8 8 click "${1:-1}"
     xs_wait 5 xs_has_popup || { echo "the menu did not open" >&2; return 1; }
     sleep 0.2
 }
@@ -66,27 +64,4 @@ xs_open_menu() {
 xs_screenshot() {
     mkdir -p "$work/screenshots"
     import -window root "$work/screenshots/$1.png" 2>/dev/null || true
-}
-
-# For test scripts, which keep the name of what they do in `step`: a
-# screenshot, the reason, and exit status 1.
-xs_fail() {
-    xs_screenshot "failure-$step"
-    echo "FAIL ($step): $*" >&2
-    exit 1
-}
-
-# Whether a window of the monitor's (a confirmation) has the keyboard.
-xs_dialog_focused() {
-    local focus
-    focus=$(xdotool getwindowfocus 2>/dev/null) || return 1
-    xdotool search --maxdepth 1 --onlyvisible --class '^corvanta-monitor$' 2>/dev/null | grep -qx "$focus"
-}
-
-# Presses `key` n times in the menu: Down from the top, Up from the bottom.
-xs_choose() {
-    xs_open_menu || xs_fail "menu"
-    xs_screenshot "$step-menu"
-    xdotool key --repeat "$2" "$1"
-    xdotool key Return
 }
