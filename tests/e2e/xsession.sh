@@ -3,6 +3,7 @@
 # shellcheck shell=bash disable=SC2154
 xs_pids=()
 
+# Exits as skipped (77) unless every tool named is installed.
 xs_require() { for t; do command -v "$t" >/dev/null || { echo "SKIP: $t is not installed"; exit 77; }; done; }
 
 # Polls a command every 0.1 s until it succeeds or `seconds` pass.
@@ -15,6 +16,7 @@ xs_wait() {
     done
 }
 
+# Xvfb on a display number it picks itself (-displayfd), then a tray host.
 xs_start() {
     : >"$work/display"
     Xvfb -displayfd 3 -screen 0 1024x768x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
