@@ -318,7 +318,8 @@ scenario() {
     step=stop # a clean stop, reaped and not told
     choose "Stop Default Instance" && close Return || fail "the stop was not confirmed"
     xs_wait 15 eval 'reaped && [[ ! -e $lock ]]' ||
-        fail "the server did not end, is not reaped or left its lock: $(ps -o stat= -p "$server_pid")"
+        fail "the server did not end, is not reaped or left its lock: $(ps -o pid=,ppid=,stat= -p "$server_pid")" \
+            "(the monitor is $monitor_pid)"
     shows "Start Default Instance" || fail "the stop is not shown"
     told ''
 
