@@ -87,8 +87,8 @@ StatusMenu::StatusMenu(InstanceModel &model, LoginItemList &loginItems, QObject 
         }
     });
     connect(_menu.get(), &QMenu::aboutToHide, this, &StatusMenu::aboutToHide);
-    connect(&_model, &InstanceModel::rescanned, this, &StatusMenu::fill);
     // Filled by the model's first scan, which the launch runs.
+    connect(&_model, &InstanceModel::rescanned, this, &StatusMenu::fill);
     connect(&_model, &InstanceModel::refreshed, this, &StatusMenu::instanceRefreshed);
 }
 
