@@ -63,8 +63,8 @@ QString systemError(int error = errno) {
     return QString::fromLocal8Bit(std::strerror(error));
 }
 
-}  // namespace
-
+// When the process `pid` started, in seconds since the Unix epoch; nothing
+// when that cannot be read.
 std::optional<double> processStartTime(qint32 pid) {
     QByteArray stat;
     QString error;
@@ -81,7 +81,9 @@ std::optional<double> processStartTime(qint32 pid) {
     return double(*boot) + double(*fields->startTicks) / double(hertz);
 }
 
-QByteArray prometheusText(const QList<InstanceReport> &reports, const StartTimeReader &startTime) {
+}  // namespace
+
+QByteArray prometheusText(const QList<InstanceReport> &reports) {
     QByteArray out;
     family(out, "corvanta_instances", "Number of Corvanta instances in the installation.");
     out += "corvanta_instances " + QByteArray::number(reports.size()) + '\n';
@@ -103,7 +105,7 @@ QByteArray prometheusText(const QList<InstanceReport> &reports, const StartTimeR
            "Process id of the server of the instance, while it lives.");
     QList<std::optional<double>> starts;
     for (const InstanceReport &r : reports) {
-        starts.append(r.pid != 0 ? startTime(r.pid) : std::nullopt);
+        starts.append(r.pid != 0 ? processStartTime(r.pid) : std::nullopt);
         if (r.pid != 0) {
             sample(out, "corvanta_instance_server_pid", labels(r), QByteArray::number(r.pid));
         }

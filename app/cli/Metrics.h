@@ -10,13 +10,7 @@
 #include <QList>
 #include <QString>
 
-#include <functional>
 #include <optional>
-
-// When the process `pid` started, in seconds since the Unix epoch; nothing
-// when that cannot be read.
-using StartTimeReader = std::function<std::optional<double>(qint32 pid)>;
-std::optional<double> processStartTime(qint32 pid);
 
 // The instances in the Prometheus text exposition format (0.0.4): gauges
 // corvanta_instances, and per instance, labelled instance, directory and
@@ -24,8 +18,7 @@ std::optional<double> processStartTime(qint32 pid);
 // state word, 1 for the current one), and while a server lives
 // corvanta_instance_server_pid and corvanta_instance_server_start_time_seconds.
 // Starts with kMetricsMarker.
-QByteArray prometheusText(const QList<InstanceReport> &reports,
-                          const StartTimeReader &startTime = processStartTime);
+QByteArray prometheusText(const QList<InstanceReport> &reports);
 
 // How every text prometheusText() writes begins: what tells a metrics file
 // this program wrote from anyone else's.

@@ -230,50 +230,6 @@ TEST_F(Commands, MetricsFileIsReplacedOnlyWhenThisProgramWroteIt) {
               QStringList({u"corvanta.prom"_s, u"other.prom"_s}));
 }
 
-TEST(Metrics, TextIsTheExpositionFormatWithLabelValuesEscaped) {
-    InstanceReport odd;
-    odd.instance = u"we\"ird\\"_s;
-    odd.directory = u"/i/we\"ird\\\nx"_s;
-    odd.status = ServerStatusRunning;
-    odd.pid = 42;
-    InstanceReport plain;
-    plain.instance = u"db"_s;
-    plain.directory = u"/i/db"_s;
-    plain.isDefault = true;
-    plain.status = ServerStatusStopped;
-    const auto startedAt = [](qint32 pid) { return pid == 42 ? std::optional(1.5) : std::nullopt; };
-    const QByteArray o = R"(instance="we\"ird\\",directory="/i/we\"ird\\\nx",default="false")";
-    const QByteArray p = R"(instance="db",directory="/i/db",default="true")";
-    QByteArray expected =
-        "# HELP corvanta_instances Number of Corvanta instances in the "
-        "installation.\n# TYPE corvanta_instances gauge\ncorvanta_instances 2\n"
-        "# HELP corvanta_instance_up Whether the server of the instance is "
-        "running.\n# TYPE corvanta_instance_up gauge\n";
-    expected += "corvanta_instance_up{" + o + "} 1\ncorvanta_instance_up{" + p + "} 0\n";
-    expected +=
-        "# HELP corvanta_instance_state State of the server of the instance: 1 for the "
-        "current one.\n# TYPE corvanta_instance_state gauge\n";
-    for (const QByteArray &labels : {o, p}) {
-        for (const char *state : {"unknown", "stopped", "starting", "running", "stopping"}) {
-            const bool current = QByteArray(state) == (labels == o ? "running" : "stopped");
-            expected += "corvanta_instance_state{" + labels + ",state=\"" + state + "\"} " +
-                        (current ? "1" : "0") + "\n";
-        }
-    }
-    expected +=
-        "# HELP corvanta_instance_server_pid Process id of the server of the instance, "
-        "while it lives.\n# TYPE corvanta_instance_server_pid gauge\n"
-        "corvanta_instance_server_pid{" +
-        o +
-        "} 42\n"
-        "# HELP corvanta_instance_server_start_time_seconds Start time of the server of "
-        "the instance, in seconds since the Unix epoch.\n"
-        "# TYPE corvanta_instance_server_start_time_seconds gauge\n"
-        "corvanta_instance_server_start_time_seconds{" +
-        o + "} 1.50\n";
-    EXPECT_EQ(prometheusText({odd, plain}, startedAt).toStdString(), expected.toStdString());
-}
-
 int main(int argc, char *argv[]) {
     return runTests<QCoreApplication>(argc, argv);
 }

@@ -42,7 +42,12 @@ cp "$2" "$home/bin/corvanta"
 mkdir -p "$work/home" "$work/textfile"
 export HOME=$work/home CORVANTA_HOME=$home CORVANTA_STANDIN_PORT=0
 
-"$monitor" metrics | promtool check metrics || fail "promtool refuses the metrics"
+# Label values escaped as the format wants: promtool refuses a quote, backslash or line break left bare.
+odd=$home/$'we"ird\\\nx'
+mkdir "$odd" && cp "$home/analytics/corvanta.ini" "$odd/"
+"$monitor" metrics >"$work/odd.prom" && promtool check metrics <"$work/odd.prom" || fail "promtool refuses the metrics"
+grep -qF 'instance="we\"ird\\\nx"' "$work/odd.prom" || fail "labels: $(cat "$work/odd.prom")"
+rm -r "$odd"
 "$monitor" watch --json --metrics "$prom" >"$work/events" 2>"$work/watch.err" &
 watch=$!
 pids+=("$watch")
@@ -50,6 +55,10 @@ xs_wait 10 seen 2 || fail "no initial state"
 "$monitor" start --wait database >/dev/null || fail "start"
 xs_wait 10 seen 3 || fail "the start was not seen"
 promtool check metrics <"$prom" || fail "promtool refuses the file watch keeps"
+for series in 'state{.*instance="database".*state="running"} 1' 'server_pid{.*instance="database".*} [0-9]+' \
+    'server_start_time_seconds{.*instance="database".*} [0-9]{10}\.[0-9]{2}'; do
+    grep -Eq "^corvanta_instance_$series\$" "$prom" || fail "no $series in $(cat "$prom")"
+done
 
 # node_exporter serves the file; its page follows the server down.
 port=$(/usr/bin/python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
