@@ -351,7 +351,7 @@ for ((cycle = 1; cycle <= cycles; cycle++)); do
     "${monitor_cmd[@]}" >>"$work/monitor.log" 2>&1 & # not a function: $! is the monitor itself
     monitor_pid=$!
     after_launch
-    xs_wait 30 shown || fail "the icon did not appear"
+    xs_wait 30 shown || fail "the icon did not appear; registered: $([[ -z $sni_host ]] || "$sni" item 2>&1)"
     ((cycle > 1)) || scenario
     step=quit-$cycle # chosen again should a host's menu not take the click while it opens
     xs_wait 20 eval 'choose "Quit Corvanta Monitor" || dismiss
