@@ -8,31 +8,10 @@
 #include <QImage>
 #include <QImageReader>
 #include <QRegularExpression>
-#include <QTest>
 
-#include "../TestSupport.h"
+#include "TrayProbe.h"
 
 namespace {
-
-// One line per notification: "title | body | action keys".
-struct FakeDesktop : Notifier, DesktopOpener {
-    void notify(const QString &title, const QString &body, const QList<NotificationAction> &actions,
-                std::function<void(const QString &)> onAction) override {
-        QStringList keys;
-        for (const NotificationAction &action : actions) {
-            keys << action.key;
-        }
-        shown << title + u" | "_s + body + u" | "_s + keys.join(u',');
-        answers << std::move(onAction);
-    }
-    bool openUrl(const QUrl &) override { return false; }
-    bool openFile(const QString &path) override {
-        opened << path;
-        return true;
-    }
-    QStringList shown, opened;
-    QList<std::function<void(const QString &)>> answers;
-};
 
 bool gone(qint32 pid) {
     return !QFile::exists(u"/proc/%1"_s.arg(pid));
@@ -151,12 +130,9 @@ protected:
     QString dir = home + u"/database"_s;
     InstanceModel model;
     FakeDesktop desktop;
-    QStringList asked;
-    bool confirmAnswer = true;
     StatusReporter watch{model, desktop, desktop,
-                         [this](const QString &message, const QString &, const QString &) {
-                             asked << message;
-                             return confirmAnswer;
+                         [this](const QString &message, const QString &text, const QString &yes) {
+                             return desktop.confirm(message, text, yes, u"Cancel"_s);
                          }};
     CorvantaInstancePtr record;
 };
@@ -171,7 +147,7 @@ TEST_F(StatusReporting, FailedStartsKillsAndHungStopsAreToldOnceWithTheirAction)
     EXPECT_TRUE(failed.match(told(1)).hasMatch()) << desktop.shown.value(0).toStdString();
     EXPECT_EQ(record->serverStatus(), ServerStatusStopped);
     desktop.answers[0](u"open-log"_s);
-    EXPECT_EQ(desktop.opened, QStringList{dir + u"/corvanta.log"_s});
+    EXPECT_EQ(desktop.calls, u"file %1/corvanta.log\n"_s.arg(dir));
 
     watch.setNotificationsEnabled(false);
     start("CORVANTA_STANDIN_PORT", "0");
@@ -201,11 +177,13 @@ TEST_F(StatusReporting, FailedStartsKillsAndHungStopsAreToldOnceWithTheirAction)
     EXPECT_TRUE(told(3).startsWith(u"Default Instance has not stopped | "_s));
     EXPECT_TRUE(desktop.shown.value(2).endsWith(u" | force-stop"_s));
     EXPECT_EQ(watch.iconState(), IconState::Transition);
-    confirmAnswer = false;  // declined: nothing happens
+    desktop.answer = false;  // declined: nothing happens
     desktop.answers[2](u"force-stop"_s);
-    EXPECT_EQ(asked, QStringList{u"Do you want to force the Default Instance to stop?"_s});
+    EXPECT_TRUE(desktop.calls.contains(
+        u"\nDo you want to force the Default Instance to stop? | This sends signal 9 to process %1 "_s
+            .arg(pid)));
     EXPECT_FALSE(gone(pid));
-    confirmAnswer = true;
+    desktop.answer = true;
     desktop.answers[2](u"force-stop"_s);
     ASSERT_TRUE(reaches(ServerStatusStopped));
     EXPECT_TRUE(gone(pid));  // killed and reaped: no zombie

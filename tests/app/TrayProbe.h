@@ -17,8 +17,9 @@
 #include <algorithm>
 
 // Records what the desktop was asked to open and to confirm, answering every
-// confirmation with `answer` after running `whileUp`, as a real dialog's nested loop would.
-struct FakeDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
+// confirmation with `answer` after running `whileUp`, as a real dialog's nested loop would;
+// notifications as "title | body | action keys", their answers kept.
+struct FakeDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt, Notifier {
     bool record(const QString &line) {
         calls += line + u'\n';
         return true;
@@ -39,7 +40,18 @@ struct FakeDesktop : DesktopOpener, LoginItemList, ConfirmationPrompt {
         whileUp();
         return answer;
     }
+    void notify(const QString &title, const QString &body, const QList<NotificationAction> &actions,
+                std::function<void(const QString &)> onAction) override {
+        QStringList keys;
+        for (const NotificationAction &action : actions) {
+            keys << action.key;
+        }
+        shown << title + u" | "_s + body + u" | "_s + keys.join(u',');
+        answers << std::move(onAction);
+    }
     QString calls;
+    QStringList shown;
+    QList<std::function<void(const QString &)>> answers;
     QList<LoginItem> items;
     bool answer = true;
     std::function<void()> whileUp = [] {};
