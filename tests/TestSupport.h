@@ -8,7 +8,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -86,23 +85,12 @@ inline QByteArray inChild(const std::function<QByteArray()> &body) {
     return out;
 }
 
-// A session bus of the test's own, with no services to start on demand: a
-// desktop's installed notification server must not answer for a test's.
-// `address` stays empty when no daemon could be had (the caller skips); the
-// daemon ends with the object.
+// A session bus of the test's own (private-bus.conf). `address` stays empty when no daemon
+// could be had (the caller skips); the daemon ends with the object.
 struct PrivateBus {
     PrivateBus() {
-        const QString config = dir.filePath(u"bus.conf"_s);
-        writeFile(config, "<busconfig><type>session</type><listen>unix:dir=" + dir.path().toUtf8() +
-                              "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
-                              "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
-                              "<allow own=\"*\"/></policy>"
-                              "</busconfig>");
-        if (QStandardPaths::findExecutable(u"dbus-daemon"_s).isEmpty()) {
-            return;
-        }
-        daemon.start(u"dbus-daemon"_s,
-                     {u"--config-file="_s + config, u"--nofork"_s, u"--print-address=1"_s});
+        daemon.start(u"dbus-daemon"_s, {u"--config-file=" PRIVATE_BUS_CONFIG ""_s, u"--nofork"_s,
+                                        u"--print-address=1"_s});
         if (daemon.waitForStarted() &&
             QTest::qWaitFor([&] { return daemon.canReadLine(); }, 10000)) {
             address = QString::fromUtf8(daemon.readLine().trimmed());
@@ -112,7 +100,6 @@ struct PrivateBus {
         daemon.kill();
         daemon.waitForFinished();
     }
-    QTemporaryDir dir;
     QProcess daemon;
     QString address;
 };
