@@ -7,9 +7,7 @@
 #include <QApplication>
 #include <QLabel>
 #include <QMessageBox>
-#include <QPushButton>
 #include <QScreen>
-#include <QTest>
 #include <QTimer>
 #include <QTranslator>
 
@@ -38,43 +36,34 @@ TEST(MenuPlacement, OpensBesideTheIconAwayFromThePanelAndWithinTheScreen) {
     }
 }
 
-// The real dialog, answered by its buttons: the sentence stays on one line in
-// each shipped language, and only a long directory wraps. Its title is e2e.tray_xembed's.
+// The real dialog in German with a long directory: the sentence stays on one line and only the
+// directory wraps. Its title, default button and Escape are e2e.tray's.
 TEST(ConfirmationDialog, KeepsTheSentenceWholeAndWrapsOnlyTheDirectory) {
-    const QString longPath = u"/srv"_s + u"/a-rather-long-directory-name"_s.repeated(12);
-    // In German the long directory and Escape; otherwise a short one and the default button.
-    for (const bool german : {false, true}) {
-        SCOPED_TRACE(testing::Message() << german);
-        const QString path = german ? longPath : u"/srv/corvanta/database"_s;
-        ASSERT_TRUE(!german || installTranslations(*qApp, QLocale(u"de"_s)));
-        const QString informative =
-            QCoreApplication::translate("Application",
-                                        "This will start up a Corvanta instance in directory\n%1.")
-                .arg(path);
-        const QString sentence = informative.section(u'\n', 0, 0);
-        EXPECT_EQ(sentence.startsWith(u"This will"_s), !german);  // German is embedded
-        QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, [&] {
-            auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-            if (!box || !box->isVisible()) {
-                return;
-            }
-            poll.stop();
-            auto *label = box->findChild<QLabel *>(u"qt_msgbox_informativelabel"_s);
-            EXPECT_FALSE(box->windowIcon().isNull());
-            EXPECT_GE(label->contentsRect().width(),
-                      label->fontMetrics().horizontalAdvance(sentence));
-            EXPECT_LE(box->width(), box->screen()->availableGeometry().width());
-            // Wrapped text is taller than the same text given all the room it wants.
-            EXPECT_EQ(label->heightForWidth(label->width()) > label->heightForWidth(100000),
-                      german);
-            german ? QTest::keyClick(box, Qt::Key_Escape) : box->defaultButton()->click();
-        });
-        poll.start(10);
-        EXPECT_EQ(MessageBoxPrompt().confirm(u"Do you want to start the Default Instance?"_s,
-                                             informative, u"Start"_s, u"Cancel"_s),
-                  !german);
-    }
+    ASSERT_TRUE(installTranslations(*qApp, QLocale(u"de"_s)));
+    const QString informative =
+        QCoreApplication::translate("Application",
+                                    "This will start up a Corvanta instance in directory\n%1.")
+            .arg(u"/srv"_s + u"/a-rather-long-directory-name"_s.repeated(12));
+    const QString sentence = informative.section(u'\n', 0, 0);
+    EXPECT_FALSE(sentence.startsWith(u"This will"_s));  // German is embedded
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+        if (!box || !box->isVisible()) {
+            return;
+        }
+        poll.stop();
+        auto *label = box->findChild<QLabel *>(u"qt_msgbox_informativelabel"_s);
+        EXPECT_FALSE(box->windowIcon().isNull());
+        EXPECT_GE(label->contentsRect().width(), label->fontMetrics().horizontalAdvance(sentence));
+        EXPECT_LE(box->width(), box->screen()->availableGeometry().width());
+        // Wrapped text is taller than the same text given all the room it wants.
+        EXPECT_GT(label->heightForWidth(label->width()), label->heightForWidth(100000));
+        box->reject();
+    });
+    poll.start(10);
+    EXPECT_FALSE(MessageBoxPrompt().confirm(u"Do you want to start the Default Instance?"_s,
+                                            informative, u"Start"_s, u"Cancel"_s));
     qDeleteAll(qApp->findChildren<QTranslator *>());
 }
 
