@@ -175,16 +175,13 @@ def send(obj, op, body=b''):
     sock.sendall(struct.pack('=II', obj, (8 + len(body)) << 16 | op) + body)
 iface = b'zwlr_virtual_pointer_manager_v1\0'
 send(1, 1, struct.pack('=I', 2))  # wl_display.get_registry -> 2
-send(1, 0, struct.pack('=I', 3))  # wl_display.sync -> 3, done after the globals
-buf = b''
-while struct.pack('=IHH', 3, 0, 12) not in buf:  # the callback's done event
-    buf += sock.recv(4096) or sys.exit('the compositor closed the connection')
-# The global's event: its name, then the interface as a string.
-name = re.search(rb'(.{4})' + struct.pack('=I', len(iface)) + iface, buf, re.S)
-name or sys.exit('no virtual pointer manager')
+buf, name = b'', None
+while not name:  # the global's event: its name, then the interface as a string
+    buf += sock.recv(4096) or sys.exit('no virtual pointer manager')
+    name = re.search(rb'(.{4})' + struct.pack('=I', len(iface)) + iface, buf, re.S)
 send(2, 0, name[1] + struct.pack('=I', len(iface)) + iface + b'\0' * (-len(iface) % 4) +
-     struct.pack('=II', 1, 4))  # wl_registry.bind -> 4
-send(4, 0, struct.pack('=II', 0, 5))  # create_virtual_pointer(default seat) -> 5
+     struct.pack('=II', 1, 3))  # wl_registry.bind -> 3
+send(3, 0, struct.pack('=II', 0, 4))  # create_virtual_pointer(default seat) -> 4
 while sock.recv(4096):
     pass
 EOF
