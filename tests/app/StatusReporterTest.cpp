@@ -11,14 +11,6 @@
 
 #include "TrayProbe.h"
 
-namespace {
-
-bool gone(qint32 pid) {
-    return !QFile::exists(u"/proc/%1"_s.arg(pid));
-}
-
-}  // namespace
-
 // What no server run reaches here or in e2e.tray: kills, clean stops and failed starts do.
 TEST(ServerTransitions, OnlyUnexpectedEndsAndFailedStartsAreTold) {
     using R = ServerRequest;
@@ -30,21 +22,18 @@ TEST(ServerTransitions, OnlyUnexpectedEndsAndFailedStartsAreTold) {
     EXPECT_EQ(classifyTransition(Unknown, Stopped, R::None, true), ServerEvent::None);
 }
 
-// Rows in order, each rewriting the file; no file at all comes first.
 TEST(Preferences, NotificationsAreOnUnlessSetOff) {
     QTemporaryDir tmp;
     const QString file = tmp.filePath(u"monitor.ini"_s);
     QStringList log;
     setSystemLogSink([&](const QString &line) { log << line; });
-    const std::pair<const char *, bool> cases[] = {{nullptr, true},
-                                                   {"[monitor]\nnotifications = Off\n", false},
+    EXPECT_TRUE(notificationsWanted(file));  // no file
+    const std::pair<const char *, bool> cases[] = {{"[monitor]\nnotifications = Off\n", false},
                                                    {"[other]\nnotifications=off\n", true},
                                                    {"[monitor]\nnotifications=maybe\n", true}};
     for (const auto &[content, wanted] : cases) {
-        if (content) {
-            writeFile(file, content);
-        }
-        EXPECT_EQ(notificationsWanted(file), wanted) << (content ? content : "no file");
+        writeFile(file, content);
+        EXPECT_EQ(notificationsWanted(file), wanted) << content;
     }
     setSystemLogSink({});
     EXPECT_EQ(log, QStringList{file + u": notifications=maybe is neither on nor off; "
@@ -121,6 +110,7 @@ protected:
         EXPECT_TRUE(QTest::qWaitFor([&] { return desktop.shown.size() >= n; }, 20000));
         return desktop.shown.value(n - 1);
     }
+    static bool gone(qint32 pid) { return !QFile::exists(u"/proc/%1"_s.arg(pid)); }
     bool reaches(qint32 status) {
         return QTest::qWaitFor([&] { return record->serverStatus() == status; }, 20000);
     }

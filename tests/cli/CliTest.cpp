@@ -1,7 +1,5 @@
 // The commands through the real binary, with the stand-in server in a
 // temporary installation and no display in the environment.
-#include "app/cli/Metrics.h"
-
 #include <QProcess>
 #include <QRegularExpression>
 
@@ -128,18 +126,13 @@ TEST_F(Commands, AnswerWithTheirExitStatus) {
          "^corvanta-monitor: no default instance among 2 instances; name one\n$"},
         {"--home @/other list", 0, "\na +- +stopped .*\nb +- +stopped",
          "^corvanta-monitor: stale .lck file detected: @/other/a/corvanta.lck\n$"},
-        {"--home @/other status b", 3, "\nb +- +stopped", "^$"},
         {"--home @/inst/database status", 3, "\ndatabase +yes", "^$"},
         {"frobnicate", 2, "^$", "^corvanta-monitor: unknown command 'frobnicate'\n"},
         {"stop a b", 2, "^$", "too many arguments for stop\n"},
         {"status --wait", 2, "^$", "status does not take --wait\n"},
-        {"metrics --json", 2, "^$", "metrics does not take --json\n"},
-        {"watch --output @/x", 2, "^$", "watch does not take --output\n"},
-        {"--metrics @/x", 2, "^$", "--metrics needs a command\n"},
         {"watch nosuch", 4, "^$", "^corvanta-monitor: no such instance: nosuch\n$"},
         {"start --wait=", 2, "^$", "--wait takes a number of seconds, not ''\n"},
         {"--json", 2, "^$", "--json needs a command\n"},
-        {"--help", 0, "(?s)--home <dir>.*--set-home <dir>.*Exit status", "^$"},
         {"--version", 0, "^corvanta-monitor " CORVANTA_VERSION "\n$", "^$"},
         {"--frobnicate", 2, "^$",
          "^corvanta-monitor: Unknown option 'frobnicate'.\n"
