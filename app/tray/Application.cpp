@@ -6,7 +6,6 @@
 #include "StatusReporter.h"
 #include "TrayNotifier.h"
 #include "WindowActivation.h"
-#include "app/common/PackageRoot.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -20,7 +19,6 @@ Application::Application(DesktopOpener &opener, LoginItemList &loginItems,
       _opener(opener),
       _loginItems(loginItems),
       _prompt(prompt),
-      _installationSources(InstallationSources::standard(std::nullopt, programPackageRoot())),
       _trayNotifier(std::make_unique<TrayNotifier>()) {
     // From launch on, the instances are watched by kernel events: news of a
     // server that ends arrives when it happens, whether or not a menu was

@@ -33,8 +33,7 @@ public:
                 Notifier *notifier = nullptr, QObject *parent = nullptr);
     ~Application() override;
 
-    void setPackageRoot(const QString &path) { _installationSources.packageRoot = path; }
-    // Where setupGlobalEnvironment looks for the installation.
+    // Where setupGlobalEnvironment looks for the installation; nowhere until set.
     void setInstallationSources(InstallationSources sources) {
         _installationSources = std::move(sources);
     }
